@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: MIT
+/// @file
+/// The message channel: one stream socket, as raw bytes or as frames.
+#ifndef ZEDIPC_IPC_H
+#define ZEDIPC_IPC_H
+
+#include <string>
+#include <vector>
+
+#include <zedipc/export.h>
+
+namespace zedipc {
+
+class IPC;
+
+/// A function that is called on the library's dispatcher thread when a channel
+/// has input; `data` is what was given to `IPC::set_callback`.
+typedef void (*ChannelCallback)(void* data, IPC* ipc);
+
+/// One stream socket, either connected to a peer or listening for peers.
+///
+/// `Pipe` and `TCP` make the socket; everything else is the same for both and
+/// stands here.
+///
+/// Timeouts are milliseconds as for poll(2): 0 returns at once, a negative
+/// value waits without limit. They hold for each wait and not for the whole
+/// call: every piece of data that arrives, and every signal, starts one afresh.
+///
+/// Failures are reported by results and by two flags, `eof()` and `error()`,
+/// that stay set until the channel is closed. No operation closes the channel
+/// because it failed; the owner does. A timeout sets no flag. A flag that was
+/// set while the channel had no socket survives `close` and a later connection.
+///
+/// Threads: any thread may call any operation. One reader and one writer work
+/// side by side; several readers, or several writers, take turns call by call.
+/// A frame is two writes and several reads, so frames need one reader at a time
+/// and a lock around writers. Set-up (`listen`, `connect`, `setFD`) is for the
+/// owner, with no other thread on the object. `close` may come from any thread
+/// and ends the calls that others are blocked in.
+///
+/// Objects are not copyable. The table of virtual functions, in its order, and
+/// the layout (that table's pointer and one pointer more) are binary interface.
+class ZEDIPC_EXPORT IPC {
+ public:
+  class ZEDIPC_HIDDEN IpcPrivate;
+
+  /// What `read_msg` stores a payload in. Derive from it to receive into a
+  /// container of your own; it is used only during the call.
+  class ZEDIPC_EXPORT IpcBuffer {
+   public:
+    virtual ~IpcBuffer();
+    /// Makes the buffer empty.
+    virtual void clear() = 0;
+    /// Makes the buffer exactly `size` bytes long, new bytes being 0. It is
+    /// called with a size within the reader's limit only.
+    virtual void resize(int size) = 0;
+    /// The first byte; null if the buffer is empty.
+    virtual void* data() = 0;
+  };
+
+  /// Takes ownership of `channel`. For `Pipe` and `TCP`, and classes derived from them.
+  explicit IPC(IpcPrivate* channel);
+  IPC(const IPC&) = delete;
+  IPC& operator=(const IPC&) = delete;
+
+  /// Frees the channel's state. `Pipe` and `TCP` close the socket first.
+  virtual ~IPC();
+
+  /// Whether the peer ended the stream.
+  virtual bool eof();
+  /// Whether an operation failed.
+  virtual bool error();
+
+  /// Waits for a peer on a listening `Pipe` or `TCP`.
+  /// @return a new connected channel, which the caller owns and deletes; null
+  ///   on a timeout or failure, on a channel that does not listen, and always
+  ///   on this base class.
+  virtual IPC* accept(int timeout_msec);
+
+  /// Closes the socket, waits until calls that were blocked on it have ended,
+  /// and clears the flags and addresses. Does nothing without a socket.
+  virtual void close();
+
+  /// Writes all of `size` bytes. Blocks without limit while the peer does not
+  /// read. Nothing to write succeeds on any channel.
+  /// @return false, with `error()` set, if not all went out.
+  virtual bool write(const void* data, int size);
+
+  /// Reads up to `size` bytes: waits up to `timeout_msec` for the first, and
+  /// up to `next_timeout_msec` for each further piece.
+  /// @return the number of bytes stored; fewer than `size` after a timeout, or
+  ///   with `eof()` or `error()` set.
+  virtual int read(void* data, int size, int timeout_msec, int next_timeout_msec);
+  /// The same with one timeout for every piece.
+  virtual int read(void* data, int size, int timeout_msec);
+
+  /// Sends one frame: the header with `msg_id` and `msg_tag`, then `size` bytes.
+  /// Blocks as `write` does. A size of 0 is a valid message.
+  /// @return false if `data` is null with a size above 0, if `size` is negative
+  ///   (nothing is sent then), or if a write failed.
+  virtual bool write_msg(unsigned int msg_id, int msg_tag, const void* data, int size);
+  /// Sends the vector's bytes as one frame.
+  virtual bool write_msg(unsigned int msg_id, int msg_tag, const std::vector<unsigned char>& data);
+  /// Sends the vector's bytes as one frame.
+  virtual bool write_msg(unsigned int msg_id, int msg_tag, const std::vector<char>& data);
+
+  /// Receives one frame: see the overload for `IpcBuffer`.
+  virtual bool read_msg(unsigned int msg_id, int& msg_tag, std::vector<unsigned char>& buffer,
+                        int size_limit, int timeout_msec);
+  /// Receives one frame: see the overload for `IpcBuffer`.
+  virtual bool read_msg(unsigned int msg_id, int& msg_tag, std::vector<char>& buffer,
+                        int size_limit, int timeout_msec);
+
+  /// Waits up to `timeout_msec` for something that a read would find. Takes
+  /// nothing from the stream, and queues behind a read that is waiting.
+  /// @return true if there is data, and whenever `eof()` or `error()` is set,
+  ///   which a call on a channel without a connection does itself.
+  virtual bool poll_in(int timeout_msec);
+
+  /// The peer's address, "" if there is none: address and port for `TCP`,
+  /// process, user and group id for `Pipe`. The text is valid as long as the
+  /// object, and changes when the channel connects, listens or closes.
+  virtual const char* remote_addr() const;
+
+  /// Has `callback` called on the dispatcher thread when the channel has
+  /// input; null removes it.
+  /// @return whether that was done; false for a removal that found nothing.
+  virtual bool set_callback(void (*callback)(void* data, IPC* ipc), void* data);
+
+  /// Receives one frame that begins with `msg_id`, skipping whatever stands
+  /// ahead of it.
+  ///
+  /// `timeout_msec` is the wait for the frame's first bytes. Once they have
+  /// come, each further piece has 10 seconds or `timeout_msec`, whichever is
+  /// longer, and never no limit.
+  ///
+  /// A frame with a payload above `size_limit` bytes is refused, and the next
+  /// call looks for a frame inside what it left in the stream.
+  ///
+  /// @param msg_tag receives the frame's tag; untouched if the header fails
+  /// @param buffer receives the payload; empty if the header fails, at the
+  ///   payload's length but only partly filled if the payload is cut short
+  /// @return true for a whole message. After false, `eof()` and `error()` tell
+  ///   the end of the stream from a timeout or a refused frame.
+  virtual bool read_msg(unsigned int msg_id, int& msg_tag, IpcBuffer& buffer, int size_limit,
+                        int timeout_msec);
+  /// Sends the string's bytes as one frame, without a terminating zero.
+  virtual bool write_msg(unsigned int msg_id, int msg_tag, const std::string& data);
+  /// Receives one frame: see the overload for `IpcBuffer`.
+  virtual bool read_msg(unsigned int msg_id, int& msg_tag, std::string& buffer, int size_limit,
+                        int timeout_msec);
+
+  /// Whether this object listens. Never true for what `accept` returned.
+  virtual bool is_server();
+  /// The own end's address, "" if there is none; as for `remote_addr`.
+  virtual const char* local_addr() const;
+
+  /// The socket, which stays the channel's; -1 if there is none.
+  int getFD() const;
+
+  /// The library's name, version and build date as one text that lives for ever.
+  static const char* getVersion();
+  /// The package's version, as a text that lives for ever.
+  static const char* ipc_GetVersion();
+
+  /// Sets the stack size, in bytes, of dispatcher threads that start later.
+  static void set_callback_stacksize(int size);
+
+ protected:
+  IpcPrivate* d;  ///< the socket, its flags and locks; owned
+};
+
+}  // namespace zedipc
+
+#endif  // ZEDIPC_IPC_H

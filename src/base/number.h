@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+// Conversions to integers that end at the limits of their type on every
+// processor, where the language leaves the result open or the width to the host.
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+
+namespace zedipc {
+
+// Base 10, as strtol does it where a long has 32 bits: leading white space and a
+// sign are taken, anything else ends the number, and what lies outside gives the
+// nearest limit.
+inline std::int32_t text_to_int32(const char* text) {
+  const long long value = std::strtoll(text, nullptr, 10);
+  if (value > std::numeric_limits<std::int32_t>::max()) {
+    return std::numeric_limits<std::int32_t>::max();
+  }
+  if (value < std::numeric_limits<std::int32_t>::min()) {
+    return std::numeric_limits<std::int32_t>::min();
+  }
+  return static_cast<std::int32_t>(value);
+}
+
+// Cuts towards zero; NaN gives 0.
+template <typename Integer>
+Integer double_to_integer(double value) {
+  // -min is a power of two, so both bounds are exact as doubles.
+  constexpr double kLow = static_cast<double>(std::numeric_limits<Integer>::min());
+  if (value != value) return 0;
+  if (value <= kLow) return std::numeric_limits<Integer>::min();
+  if (value >= -kLow) return std::numeric_limits<Integer>::max();
+  return static_cast<Integer>(value);
+}
+
+}  // namespace zedipc

@@ -1,0 +1,305 @@
+// SPDX-License-Identifier: MIT
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+
+#include "ipc/ipc_private.h"
+
+namespace zedipc {
+
+namespace {
+
+const char kBanner[] = "$VER libzedipc 1.18.0 Apr 30 2021 09:42:01";
+constexpr std::size_t kBannerTag = 5;  // "$VER ", by which tools find the banner in a file
+
+// All closes of the process pass through it one at a time, so that of two threads
+// that close one channel only one finds the socket.
+std::mutex close_mutex;
+
+constexpr short kHangup = POLLERR | POLLHUP | POLLNVAL;
+
+}  // namespace
+
+// ---- IPC: the public face
+
+IPC::IpcBuffer::~IpcBuffer() = default;
+
+IPC::IPC(IpcPrivate* channel) : d(channel) {}
+
+IPC::~IPC() { delete d; }
+
+bool IPC::eof() { return d->eof_flag.load(std::memory_order_relaxed); }
+
+bool IPC::error() { return d->error_flag.load(std::memory_order_relaxed); }
+
+bool IPC::is_server() { return d->listener.load(std::memory_order_relaxed); }
+
+int IPC::getFD() const { return d->fd.load(std::memory_order_relaxed); }
+
+const char* IPC::remote_addr() const { return d->remote_addr; }
+
+const char* IPC::local_addr() const { return d->local_addr; }
+
+const char* IPC::getVersion() { return kBanner + kBannerTag; }
+
+const char* IPC::ipc_GetVersion() { return "1.18.0-1"; }
+
+IPC* IPC::accept(int /*timeout_msec*/) { return nullptr; }
+
+bool IPC::write(const void* data, int size) {
+  const LogChannelScope scope(kLogIpc);
+  return d->write(data, size);
+}
+
+int IPC::read(void* data, int size, int timeout_msec, int next_timeout_msec) {
+  const LogChannelScope scope(kLogIpc);
+  return d->read(data, size, timeout_msec, next_timeout_msec, true);
+}
+
+int IPC::read(void* data, int size, int timeout_msec) {
+  return read(data, size, timeout_msec, timeout_msec);
+}
+
+bool IPC::poll_in(int timeout_msec) {
+  const LogChannelScope scope(kLogIpc);
+  return d->poll_in(timeout_msec);
+}
+
+void IPC::close() {
+  const std::lock_guard<std::mutex> closing(close_mutex);
+  const int fd = d->fd.load(std::memory_order_relaxed);
+  if (fd == -1) return;
+  // Ends whatever other threads are blocked in, so that they let go of the locks.
+  ::shutdown(fd, SHUT_RDWR);
+  {
+    const std::lock_guard<std::mutex> reading(d->read_mutex);
+    const std::lock_guard<std::mutex> writing(d->write_mutex);
+    // Forgotten first: the number may be somebody else's as soon as it is closed.
+    d->fd.store(-1, std::memory_order_relaxed);
+    close_fd(fd);
+  }
+  d->close();
+}
+
+// ---- IPC::IpcPrivate: the operations
+
+void IPC::IpcPrivate::close() {
+  fd.store(-1, std::memory_order_relaxed);
+  listener.store(false, std::memory_order_relaxed);
+  eof_flag.store(false, std::memory_order_relaxed);
+  error_flag.store(false, std::memory_order_relaxed);
+  remote_addr[0] = '\0';
+  local_addr[0] = '\0';
+  cb_state.fetch_or(kCallbackLocked, std::memory_order_relaxed);
+}
+
+bool IPC::IpcPrivate::require_buffer(const char* operation, const void* data, int size) {
+  if (data != nullptr && size >= 0) return true;
+  error_flag.store(true, std::memory_order_relaxed);
+  ZEDIPC_LOG(kLogError, "%p->IpcPrivate::%s(): invalid parameter (data=%p, size=%d)\n",
+             static_cast<void*>(this), operation, data, 0);
+  return false;
+}
+
+bool IPC::IpcPrivate::require_connection(const char* operation) {
+  const char* problem = nullptr;
+  if (fd.load(std::memory_order_relaxed) == -1) {
+    problem = "no connection";
+  } else if (listener.load(std::memory_order_relaxed)) {
+    problem = "not allowed for listener";
+  } else {
+    return true;
+  }
+  error_flag.store(true, std::memory_order_relaxed);
+  ZEDIPC_LOG(kLogError, "%p->IpcPrivate::%s(): %s\n", static_cast<void*>(this), operation, problem);
+  return false;
+}
+
+bool IPC::IpcPrivate::write(const void* data, int size) {
+  if (size == 0) return true;  // an empty payload, whatever the channel's state
+  const std::lock_guard<std::mutex> lock(write_mutex);
+  const bool valid = require_buffer("write", data, size);
+  if (!require_connection("write")) return false;
+  if (!valid) return false;
+  const auto* next = static_cast<const char*>(data);
+  auto remaining = static_cast<std::size_t>(size);
+  while (remaining > 0) {
+    const ssize_t sent = ::send(fd.load(std::memory_order_relaxed), next, remaining, MSG_NOSIGNAL);
+    if (sent >= 0) {
+      next += sent;
+      remaining -= static_cast<std::size_t>(sent);
+    } else if (errno != EINTR) {
+      const int problem = errno;
+      error_flag.store(true, std::memory_order_relaxed);
+      ZEDIPC_LOG(kLogError, "%p->IpcPrivate::write(): send() returned -1 (errno=%d)\n",
+                 static_cast<void*>(this), problem);
+      return false;
+    }
+  }
+  return true;
+}
+
+int IPC::IpcPrivate::read(void* data, int size, int timeout_msec, int next_timeout_msec,
+                          bool rearm) {
+  const std::lock_guard<std::mutex> lock(read_mutex);
+  const bool valid = require_buffer("read", data, size);
+  const bool connected = require_connection("read");
+  int count = 0;
+  if (valid && connected) count = read_locked(data, size, timeout_msec, next_timeout_msec);
+  if (rearm) {
+    // The bit before the wake-up, so that the pass that follows sees it.
+    cb_state.fetch_or(kCallbackArmed, std::memory_order_relaxed);
+    notify_cb_thread(false);
+  }
+  return count;
+}
+
+struct IPC::IpcPrivate::Transfer {
+  char* next;
+  int remaining;
+  int timeout_msec;
+};
+
+int IPC::IpcPrivate::read_locked(void* data, int size, int timeout_msec, int next_timeout_msec) {
+  Transfer transfer{static_cast<char*>(data), size, timeout_msec};
+  while (transfer.remaining > 0) {
+    const int before = transfer.remaining;
+    if (read_step(transfer) == Step::kEnd) break;
+    if (transfer.remaining != before) transfer.timeout_msec = next_timeout_msec;
+  }
+  return size - transfer.remaining;
+}
+
+// One wait, and what it found.
+IPC::IpcPrivate::Step IPC::IpcPrivate::read_step(Transfer& transfer) {
+  pollfd pf{fd.load(std::memory_order_relaxed), POLLIN, 0};
+  const int ready = ::poll(&pf, 1, transfer.timeout_msec);
+  if (ready == 0) return Step::kEnd;
+  if (ready == -1) {
+    const int problem = errno;
+    if (problem == EINTR) return Step::kGoOn;
+    error_flag.store(true, std::memory_order_relaxed);
+    ZEDIPC_LOG(kLogError, "%p->IpcPrivate::read(): poll() returned -1 (errno=%d)\n",
+               static_cast<void*>(this), problem);
+    return Step::kEnd;
+  }
+  // Data first: what is buffered behind a hang-up can still be read.
+  if ((pf.revents & POLLIN) == 0) {
+    if ((pf.revents & kHangup) == 0) return Step::kGoOn;
+    note_hangup("read", pf.revents);
+    return Step::kEnd;
+  }
+  const ssize_t received =
+      ::recv(pf.fd, transfer.next, static_cast<std::size_t>(transfer.remaining), 0);
+  if (received == -1) {
+    const int problem = errno;
+    if (problem == EINTR) return Step::kGoOn;
+    error_flag.store(true, std::memory_order_relaxed);
+    ZEDIPC_LOG(kLogError, "%p->IpcPrivate::read(): recv() returned -1 (errno=%d)\n",
+               static_cast<void*>(this), problem);
+    return Step::kEnd;
+  }
+  if (received == 0) {
+    eof_flag.store(true, std::memory_order_relaxed);
+    ZEDIPC_LOG(kLogDebug, "%p->IpcPrivate::read(): recv() returned 0 (eof)\n",
+               static_cast<void*>(this));
+    return Step::kEnd;
+  }
+  transfer.next += received;
+  transfer.remaining -= static_cast<int>(received);
+  ZEDIPC_LOG(kLogDebug, "%p->IpcPrivate::read() -> %d bytes read successfully (%d remaining)\n",
+             static_cast<void*>(this), static_cast<int>(received), transfer.remaining);
+  return Step::kGoOn;
+}
+
+// Sets the flags for a wait that ended without data to read.
+void IPC::IpcPrivate::note_hangup(const char* operation, short revents) {
+  if ((revents & (POLLERR | POLLNVAL)) != 0) error_flag.store(true, std::memory_order_relaxed);
+  if ((revents & POLLHUP) != 0) eof_flag.store(true, std::memory_order_relaxed);
+  const bool ended = eof_flag.load(std::memory_order_relaxed);
+  ZEDIPC_LOG(ended ? kLogDebug : kLogError,
+             "%p->IpcPrivate::%s(): poll() returned pf.revents=%d (%s)\n", static_cast<void*>(this),
+             operation, revents, ended ? "eof" : "error");
+}
+
+bool IPC::IpcPrivate::poll_in(int timeout_msec) {
+  const std::lock_guard<std::mutex> lock(read_mutex);
+  const bool has_data = poll_in_locked(timeout_msec);
+  if (!eof_flag.load(std::memory_order_relaxed) && !error_flag.load(std::memory_order_relaxed)) {
+    return has_data;
+  }
+  cb_state.fetch_or(kCallbackArmed, std::memory_order_relaxed);
+  return true;
+}
+
+bool IPC::IpcPrivate::poll_in_locked(int timeout_msec) {
+  for (;;) {
+    if (!require_connection("poll_in")) return false;
+    pollfd pf{fd.load(std::memory_order_relaxed), POLLIN, 0};
+    const int ready = ::poll(&pf, 1, timeout_msec);
+    if (ready == 0) return false;
+    if (ready == -1) {
+      const int problem = errno;
+      if (problem == EINTR) continue;
+      error_flag.store(true, std::memory_order_relaxed);
+      ZEDIPC_LOG(kLogError, "%p->IpcPrivate::poll_in(): poll() returned -1 (errno=%d)\n",
+                 static_cast<void*>(this), problem);
+      return false;
+    }
+    if ((pf.revents & POLLIN) == 0) {
+      if ((pf.revents & kHangup) != 0) note_hangup("poll_in", pf.revents);
+      return false;
+    }
+    char byte;
+    const ssize_t received = ::recv(pf.fd, &byte, 1, MSG_PEEK);
+    if (received > 0) return true;
+    if (received == 0) {
+      eof_flag.store(true, std::memory_order_relaxed);
+      ZEDIPC_LOG(kLogDebug, "%p->IpcPrivate::poll_in(): recv(MSG_PEEK) returned 0 (eof)\n",
+                 static_cast<void*>(this));
+      return false;
+    }
+    const int problem = errno;
+    if (problem == EINTR) continue;
+    error_flag.store(true, std::memory_order_relaxed);
+    ZEDIPC_LOG(kLogError, "%p->IpcPrivate::poll_in(): recv(MSG_PEEK) returned -1 (errno=%d)\n",
+               static_cast<void*>(this), problem);
+    return false;
+  }
+}
+
+void IPC::IpcPrivate::socket_ready() {
+  const int before = cb_state.fetch_and(~kCallbackLocked, std::memory_order_relaxed);
+  if ((before & kCallbackRegistered) != 0) notify_cb_thread(true);
+}
+
+// ---- Sockets
+
+void close_fd(int fd) {
+  if (fd != -1) ::close(fd);
+}
+
+int accept_socket(IPC::IpcPrivate& listener, int timeout_msec, const char* operation,
+                  sockaddr_storage* address) {
+  for (;;) {
+    // Looked at each time: another thread may close the listener meanwhile.
+    pollfd pf{listener.fd.load(std::memory_order_relaxed), POLLIN, 0};
+    if (pf.fd == -1 || !listener.listener.load(std::memory_order_relaxed)) return -1;
+    const int ready = ::poll(&pf, 1, timeout_msec);
+    if (ready == -1 && errno == EINTR) continue;
+    if (ready <= 0 || (pf.revents & POLLNVAL) != 0) return -1;
+    if ((pf.revents & POLLIN) == 0) continue;
+    socklen_t length = sizeof *address;
+    const int accepted = ::accept4(pf.fd, reinterpret_cast<sockaddr*>(address),
+                                   address == nullptr ? nullptr : &length, SOCK_CLOEXEC);
+    if (accepted != -1) return accepted;
+    if (errno == EINTR) continue;
+    ZEDIPC_LOG(kLogError, "%s(): accept() failed\n", operation);
+    return -1;
+  }
+}
+
+}  // namespace zedipc

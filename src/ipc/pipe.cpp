@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: MIT
+#include <zedipc/pipe.h>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "ipc/ipc_private.h"
+
+namespace zedipc {
+
+class Pipe::PipePrivate : public IPC::IpcPrivate {
+ public:
+  explicit PipePrivate(int argument) : pipe_arg(argument) {}
+
+  std::string path;        // the socket file to remove
+  bool owns_path = false;  // whether there is one; the empty name is one too
+  const int pipe_arg;      // kept for callers that pass one; nothing reads it
+};
+
+namespace {
+
+// Small on purpose: peers are few, and one that finds it full waits in connect.
+constexpr int kBacklog = 1;
+
+// The address of a socket file.
+class FileAddress {
+ public:
+  static bool valid(const char* name) {
+    return name != nullptr && std::strlen(name) < sizeof(sockaddr_un::sun_path);
+  }
+
+  explicit FileAddress(const char* name) {
+    const std::size_t length = std::strlen(name);
+    address_.sun_family = AF_UNIX;
+    std::memcpy(address_.sun_path, name, length + 1);
+    size_ = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length + 1);
+  }
+
+  [[nodiscard]] const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&address_); }
+  [[nodiscard]] socklen_t size() const { return size_; }
+
+ private:
+  sockaddr_un address_{};
+  socklen_t size_;
+};
+
+int connect_to(int fd, const FileAddress& address) {
+  int result;
+  do {
+    result = ::connect(fd, address.get(), address.size());
+  } while (result == -1 && errno == EINTR);
+  return result;
+}
+
+bool bind_and_listen(int fd, const FileAddress& address) {
+  return ::bind(fd, address.get(), address.size()) == 0 && ::listen(fd, kBacklog) == 0;
+}
+
+bool make_listener(int fd, const char* name) {
+  const FileAddress address(name);
+  if (bind_and_listen(fd, address)) return true;
+  // The name is taken. If nobody answers there, a process that died left it.
+  if (errno != EADDRINUSE || connect_to(fd, address) == 0) return false;
+  std::remove(name);
+  return bind_and_listen(fd, address);
+}
+
+// The peer's process and owner; a pid of 0 if the kernel does not tell.
+ucred peer_credentials(int fd) {
+  ucred peer{};
+  socklen_t length = sizeof peer;
+  if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) == -1) peer.pid = 0;
+  return peer;
+}
+
+void store_credentials(char* remote_addr, const ucred& peer) {
+  *remote_addr = '\0';
+  if (peer.pid == 0) return;
+  std::snprintf(remote_addr, kSockaddrText, "%d %u %u", peer.pid, peer.uid, peer.gid);
+}
+
+// Logs a bad name under the operation's own.
+bool check_name(const char* operation, const char* name) {
+  if (FileAddress::valid(name)) return true;
+  ZEDIPC_LOG(kLogError, "Pipe::%s(): invalid pipe name '%s'\n", operation,
+             name == nullptr ? "<NULL>" : name);
+  return false;
+}
+
+int make_socket(const char* operation) {
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd == -1) ZEDIPC_LOG(kLogError, "Pipe::%s(): socket() failed\n", operation);
+  return fd;
+}
+
+}  // namespace
+
+Pipe::Pipe() : Pipe(0) {}
+
+Pipe::Pipe(int argument) : IPC(new PipePrivate(argument)) {}
+
+Pipe::~Pipe() {
+  const LogChannelScope scope(kLogIpc);
+  IPC::set_callback(nullptr, nullptr);
+  Pipe::close();
+}
+
+Pipe::PipePrivate* Pipe::pipe_private() const { return static_cast<PipePrivate*>(d); }
+
+bool Pipe::listen(const char* name) {
+  const LogChannelScope scope(kLogIpc);
+  close();
+  if (!check_name("listen", name)) return false;
+  const int fd = make_socket("listen");
+  if (fd == -1) return false;
+  if (!make_listener(fd, name)) {
+    close_fd(fd);
+    ZEDIPC_LOG(kLogError, "Pipe::listen(): bind()/listen() on pipe %s failed (fd=%d)\n", name, -1);
+    return false;
+  }
+  pipe_private()->path = name;
+  pipe_private()->owns_path = true;
+  d->fd.store(fd, std::memory_order_relaxed);
+  ZEDIPC_LOG(kLogDebug, "Pipe::listen(): listening on pipe %s, fd=%d\n", name, fd);
+  d->listener.store(true, std::memory_order_relaxed);
+  return true;
+}
+
+bool Pipe::connect(const char* name) {
+  const LogChannelScope scope(kLogIpc);
+  close();
+  if (!check_name("connect", name)) return false;
+  const int fd = make_socket("connect");
+  if (fd == -1) return false;
+  if (connect_to(fd, FileAddress(name)) == -1) {
+    close_fd(fd);
+    ZEDIPC_LOG(kLogError, "Pipe::connect(): connect() to %s failed\n", name);
+    return false;
+  }
+  const ucred peer = peer_credentials(fd);
+  store_credentials(d->remote_addr, peer);
+  d->local_addr[0] = '\0';
+  if (peer.pid != 0) {
+    ZEDIPC_LOG(kLogDebug,
+               "Pipe::connect(): connected to pipe %s (fd=%d) with pid=%d (uid=%u,gid=%u)!\n", name,
+               fd, peer.pid, peer.uid, peer.gid);
+  } else {
+    ZEDIPC_LOG(kLogDebug, "Pipe::connect(): connected to pipe %s\n", name);
+  }
+  d->fd.store(fd, std::memory_order_relaxed);
+  d->socket_ready();
+  return true;
+}
+
+IPC* Pipe::accept(int timeout_msec) {
+  const LogChannelScope scope(kLogIpc);
+  const int fd = accept_socket(*d, timeout_msec, "Pipe::accept", nullptr);
+  if (fd == -1) return nullptr;
+  const ucred peer = peer_credentials(fd);
+  Pipe* const session = new Pipe();
+  session->d->fd.store(fd, std::memory_order_relaxed);
+  session->d->socket_ready();
+  store_credentials(session->d->remote_addr, peer);
+  const char* const path = pipe_private()->path.c_str();
+  if (peer.pid != 0) {
+    ZEDIPC_LOG(
+        kLogDebug,
+        "Pipe::accept(): accepted new session on pipe %s (afd=%d) from pid=%d (uid=%u,gid=%u)!\n",
+        path, fd, peer.pid, peer.uid, peer.gid);
+  } else {
+    ZEDIPC_LOG(kLogDebug, "Pipe::accept(): accepted new session on pipe %s (afd=%d)!\n", path, fd);
+  }
+  return session;
+}
+
+void Pipe::close() {
+  const LogChannelScope scope(kLogIpc);
+  IPC::close();
+  PipePrivate* const p = pipe_private();
+  if (!p->owns_path) return;
+  std::remove(p->path.c_str());
+  p->path.clear();
+  p->owns_path = false;
+}
+
+}  // namespace zedipc

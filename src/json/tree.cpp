@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: MIT
+#include "json/tree.h"
+
+#include <cstring>
+#include <iterator>
+#include <tuple>
+
+#include "json/small_stack.h"
+
+namespace zedipc {
+
+void JSObject::Tree::copy_scalars(JSObject& to, const JSObject& from) {
+  to.setKind(from.kind());
+  to.bool_value_ = from.bool_value_;
+  to.string_value_ = from.string_value_;
+  to.double_value_ = from.double_value_;
+  to.long_value_ = from.long_value_;
+}
+
+void JSObject::Tree::copy(JSObject& to, const JSObject& from) {
+  struct Pair {
+    JSObject* to;
+    const JSObject* from;
+  };
+  SmallStack<Pair> nested;
+  const auto copy_child = [&nested](JSObject& target, const JSObject& source) {
+    copy_scalars(target, source);
+    if (!is_leaf(source)) nested.push({&target, &source});
+  };
+
+  copy_child(to, from);
+  while (!nested.empty()) {
+    const Pair next = nested.top();
+    nested.pop();
+    for (const auto& member : next.from->members_) {
+      auto& members = next.to->members_;
+      const auto place = members.emplace_hint(members.end(), std::piecewise_construct,
+                                              std::forward_as_tuple(member.first), std::tuple<>());
+      copy_child(place->second, member.second);
+    }
+    next.to->elements_.resize(next.from->elements_.size());
+    for (std::size_t i = 0; i < next.from->elements_.size(); ++i) {
+      copy_child(next.to->elements_[i], next.from->elements_[i]);
+    }
+  }
+}
+
+void JSObject::Tree::clear(JSObject& value, int levels) noexcept {
+  const auto clear_child = [levels](JSObject& child) {
+    if (is_leaf(child)) return;
+    if (levels > 0) {
+      clear(child, levels - 1);
+    } else {
+      clear_deep(child);
+    }
+  };
+  for (auto& element : value.elements_) clear_child(element);
+  for (auto& member : value.members_) clear_child(member.second);
+  value.elements_.clear();
+  value.members_.clear();
+}
+
+// Goes down to a last child, removes it, and finds its way back up by a pointer
+// kept in the places of the dying values themselves.
+void JSObject::Tree::clear_deep(JSObject& value) noexcept {
+  set_parent(value, nullptr);
+  JSObject* current = &value;
+  while (current != nullptr) {
+    JSObject* const child = last_child(*current);
+    if (child == nullptr) {
+      current = parent(*current);
+    } else if (is_leaf(*child)) {
+      remove_last_child(*current);
+    } else {
+      set_parent(*child, current);
+      current = child;
+    }
+  }
+}
+
+JSObject* JSObject::Tree::last_child(JSObject& value) {
+  if (!value.elements_.empty()) return &value.elements_.back();
+  if (!value.members_.empty()) return &value.members_.rbegin()->second;
+  return nullptr;
+}
+
+void JSObject::Tree::remove_last_child(JSObject& value) {
+  if (!value.elements_.empty()) {
+    value.elements_.pop_back();
+  } else {
+    value.members_.erase(std::prev(value.members_.end()));
+  }
+}
+
+JSObject* JSObject::Tree::parent(const JSObject& value) {
+  JSObject* parent;
+  std::memcpy(&parent, &value.double_value_, sizeof parent);
+  return parent;
+}
+
+void JSObject::Tree::set_parent(JSObject& value, JSObject* parent) {
+  static_assert(sizeof parent <= sizeof value.double_value_, "a pointer fits the place");
+  std::memcpy(&value.double_value_, &parent, sizeof parent);
+}
+
+}  // namespace zedipc

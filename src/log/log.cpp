@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: MIT
+#include "log/log.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <string>
+
+#include "base/number.h"
+#include "log/env.h"
+
+namespace zedipc {
+
+namespace {
+
+const char* const kChannelNames[kLogChannels] = {"IPC", "NFY", "NFYCL"};
+const char* const kLevelNames[] = {"emerg",   "alert", "critical", "error",
+                                   "warning", "note",  "info",     "debug"};
+constexpr std::size_t kPidText = 32;
+
+// Set at the end of dbg_log_init; what is written before it needs no lock to read.
+std::atomic<bool> initialised{false};
+std::mutex log_lock;  // dbg_log_init, and each line
+std::int32_t ipc_mask = 0;
+std::int32_t nfy_mask = 0;  // of both notification channels
+
+FILE* const log_stream = stderr;
+
+pthread_key_t channel_key;
+pthread_once_t channel_key_once = PTHREAD_ONCE_INIT;
+
+void delete_channel(void* slot) { delete static_cast<int*>(slot); }
+
+void create_channel_key() { pthread_key_create(&channel_key, delete_channel); }
+
+bool is_valid(int channel) { return static_cast<unsigned>(channel) < kLogChannels; }
+
+bool mask_has(int channel, unsigned level) {
+  const auto mask = static_cast<std::uint32_t>(channel == kLogIpc ? ipc_mask : nfy_mask);
+  return level < 32 && ((mask >> level) & 1U) != 0;
+}
+
+bool read_mask(const char* variable, std::int32_t& mask) {
+  std::string text;
+  if (!env_lookup(variable, text)) return false;
+  mask = text_to_int32(text.c_str());
+  return true;
+}
+
+const char* file_name(const char* path) {
+  if (path == nullptr) return "";
+  const char* const slash = std::strrchr(path, '/');
+  return slash == nullptr ? path : slash + 1;
+}
+
+}  // namespace
+
+void dbg_log_init() {
+  if (initialised.load(std::memory_order_acquire)) return;
+  const std::lock_guard<std::mutex> lock(log_lock);
+  if (initialised.load(std::memory_order_relaxed)) return;
+  const bool ipc_set = read_mask("IPC_LOGMASK", ipc_mask);
+  const bool nfy_set = read_mask("NFY_LOGMASK", nfy_mask);
+  if (ipc_set || nfy_set) {
+    char pid[kPidText];
+    std::fprintf(stderr, "DBGLOG <%s>: Use %s for logging (IPC_LOGMASK=%d, NFY_LOGMASK=%d)\n",
+                 pid_text(pid), "stderr", ipc_mask, nfy_mask);
+  }
+  initialised.store(true, std::memory_order_release);
+}
+
+bool dbg_log_enabled(unsigned level) {
+  dbg_log_init();
+  const int channel = dbg_log_channel();
+  if (!is_valid(channel)) {
+    char pid[kPidText];
+    std::fprintf(stderr, "DBGLOG <%s>: Invalid log channel %d !!!\n", pid_text(pid), channel);
+    return false;
+  }
+  return mask_has(channel, level);
+}
+
+void dbg_log(const char* module, int line, unsigned level, const char* format, ...) {
+  va_list ap;
+  va_start(ap, format);
+  dbg_vlog(module, line, level, format, ap);
+  va_end(ap);
+}
+
+void dbg_vlog(const char* module, int line, unsigned level, const char* format, va_list ap) {
+  dbg_log_init();
+  const int channel = dbg_log_channel();
+  char pid[kPidText];
+  if (!is_valid(channel)) {
+    std::fprintf(stderr, "DBGLOG <%s>: Invalid log channel %d !!! (module=%s, line=%d)\n",
+                 pid_text(pid), channel, module == nullptr ? "" : module, line);
+    return;
+  }
+  if (!mask_has(channel, level)) return;
+
+  timespec now;
+  monotonic_now(now);
+  // 32 bits on purpose: readers of the log know the stamp to wrap after 49 days.
+  const auto stamp = static_cast<std::uint32_t>(now.tv_sec) * 1000U +
+                     static_cast<std::uint32_t>(now.tv_nsec / 1000000);
+  const std::lock_guard<std::mutex> lock(log_lock);
+  std::fprintf(log_stream, "IPC|%s:%d|%s|%d.%03d|%s:%s|", file_name(module), line, pid_text(pid),
+               static_cast<int>(stamp / 1000U), static_cast<int>(stamp % 1000U),
+               kChannelNames[channel], kLevelNames[level & 7U]);
+  std::vfprintf(log_stream, format, ap);
+}
+
+int& dbg_log_channel() {
+  pthread_once(&channel_key_once, create_channel_key);
+  auto* slot = static_cast<int*>(pthread_getspecific(channel_key));
+  if (slot == nullptr) {
+    slot = new int(kLogNoChannel);
+    pthread_setspecific(channel_key, slot);
+  }
+  return *slot;
+}
+
+const char* pid_text(char* buffer) {
+  std::snprintf(buffer, kPidText, "PID %d", static_cast<int>(getpid()));
+  return buffer;
+}
+
+void monotonic_now(timespec& t) {
+  t = timespec();
+  clock_gettime(CLOCK_MONOTONIC, &t);
+}
+
+}  // namespace zedipc

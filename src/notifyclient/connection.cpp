@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: MIT
+#include "notifyclient/connection.h"
+
+#include <pthread.h>
+
+#include <memory>
+
+#include <zedipc/jsobject.h>
+#include <zedipc/tcp.h>
+
+#include "log/env.h"
+#include "notifyclient/client_state.h"
+#include "notifyclient/tables.h"
+#include "protocol/protocol.h"
+
+namespace zedipc {
+
+namespace {
+
+constexpr char kDefaultHost[] = "127.0.0.1";
+
+// By the host's spelling alone: the server knows its own clients of this machine by
+// the address that exactly these two names stand for.
+bool is_this_machine(const std::string& host) {
+  return host == kDefaultHost || host == "localhost";
+}
+
+bool tell_registration(IPC* channel, const Restoration::Registered& record) {
+  if (register_client(channel, record.to, record.notification, record.priority).sent) return true;
+  ZEDIPC_CLIENT_LOG(kLogError,
+                    "init(): error while transmitting old registration (to='%s', "
+                    "notification='%s', cb=%p, data=%p, prio=%d)\n",
+                    record.to.c_str(), record.notification.c_str(), printable(record.cb),
+                    record.data, record.priority);
+  return false;
+}
+
+bool tell_observer(IPC* channel, const char* type) {
+  const std::string message = plain_message(type);
+  const SendResult result = send_to_server(channel, message);
+  if (result.sent) return true;
+  ZEDIPC_CLIENT_LOG(kLogError, "init(): write_msg() on ipc=%p failed (%s), msg=%s\n", result.ipc,
+                    result.reason, message.c_str());
+  return false;
+}
+
+bool tell(IPC* channel, const Restoration::News& news) {
+  for (const auto& group : news.removed) {
+    if (!unregister_client(channel, group.first, group.second).sent) return false;
+  }
+  for (const auto& record : news.registered) {
+    if (!tell_registration(channel, record)) return false;
+  }
+  return news.observer_message == nullptr || tell_observer(channel, news.observer_message);
+}
+
+// Tells the server of all registrations, and only then lets other threads use the
+// channel.
+bool restore_and_publish(IPC* channel) {
+  Restoration restoration;
+  Restoration::News news;
+  while (!restoration.publish(channel, news)) {
+    if (!tell(channel, news)) return false;
+  }
+  return true;
+}
+
+// A connection without a reader stays one: there is nobody to tell of the failure.
+void start_reader() {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  pthread_t thread;
+  pthread_create(&thread, &attributes, reader_thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
+
+// Connects and restores. A null host stands for the one that the environment names,
+// which is asked anew each time. The caller holds connect_lock.
+bool init(const char* host) {
+  if (client.server_ipc.load(std::memory_order_acquire) != nullptr) return true;
+  std::string name = host == nullptr ? "" : host;
+  if (host == nullptr && !env_lookup("NOTIFY_SERVER", name)) name = kDefaultHost;
+  client.remote_client.store(!is_this_machine(name), std::memory_order_relaxed);
+
+  auto channel = std::make_unique<TCP>();
+  if (!channel->connect(name.c_str(), NOTIFY_PORT, -1)) {
+    channel.reset();
+    ZEDIPC_CLIENT_LOG(kLogError, "init(): TCP connect() to server '%s:%u' failed\n", name.c_str(),
+                      NOTIFY_PORT);
+    return false;
+  }
+  if (!restore_and_publish(channel.get())) return false;
+  const void* const address = channel.release();  // its reader thread deletes it
+  start_reader();
+  ZEDIPC_CLIENT_LOG(
+      kLogInfo, "init(): IPC reader thread with ipc=%p started for notification server '%s:%u'\n",
+      address, name.c_str(), NOTIFY_PORT);
+  return true;
+}
+
+// Sends one message about a group, and logs a failure under the function's name.
+SendResult tell_group(const char* function, IPC* connection, const JSObject& message) {
+  const std::string text = message.dump();
+  const SendResult result = send_to_server(connection, text);
+  if (!result.sent) {
+    ZEDIPC_CLIENT_LOG(kLogError, "%s(): write_msg() on ipc=%p failed (%s), msg=%s\n", function,
+                      result.ipc, result.reason, text.c_str());
+  }
+  return result;
+}
+
+// Whether there is a connection to write on; logs that there is none.
+bool have_connection(const char* function, const IPC* connection) {
+  if (connection != nullptr || client.server_ipc.load(std::memory_order_relaxed) != nullptr) {
+    return true;
+  }
+  ZEDIPC_CLIENT_LOG(kLogError, "%s(): failed (NO IPC)\n", function);
+  return false;
+}
+
+constexpr SendResult kNoConnection = {false, "NO IPC", nullptr, 0};
+
+}  // namespace
+
+bool ensure_connected() {
+  if (client.server_ipc.load(std::memory_order_acquire) != nullptr) return true;
+  const std::lock_guard<std::mutex> lock(client.connect_lock);
+  return init(nullptr);
+}
+
+SendResult send_to_server(IPC* connection, const std::string& message) {
+  const std::lock_guard<std::mutex> lock(client.send_lock);
+  IPC* const ipc =
+      connection != nullptr ? connection : client.server_ipc.load(std::memory_order_acquire);
+  if (ipc == nullptr) return kNoConnection;
+  const std::uint32_t epoch = client.connection_epoch.load(std::memory_order_relaxed);
+  if (ipc->write_msg(NOTIFY_FRAME_ID, NOTIFY_FRAME_TAG, message)) return {true, "", ipc, epoch};
+  return {false, ipc->eof() ? "EOF" : "ERROR", ipc, epoch};
+}
+
+SendResult register_client(IPC* connection, const std::string& to, const std::string& notification,
+                           int priority) {
+  if (!have_connection("register_client", connection)) return kNoConnection;
+  JSObject message;
+  message(kKeyType) = kTypeRegister;
+  message(kKeyTo) = to;
+  message(kKeyNotification) = notification;
+  message(kKeyPriority) = priority;
+  return tell_group("register_client", connection, message);
+}
+
+SendResult unregister_client(IPC* connection, const std::string& to,
+                             const std::string& notification) {
+  if (!have_connection("unregister_client", connection)) return kNoConnection;
+  JSObject message;
+  message(kKeyType) = kTypeUnregister;
+  message(kKeyTo) = to;
+  message(kKeyNotification) = notification;
+  return tell_group("unregister_client", connection, message);
+}
+
+std::string plain_message(const char* type) {
+  JSObject message;
+  message(kKeyType) = type;
+  return message.dump();
+}
+
+}  // namespace zedipc

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+// The client's connection to the server, and the messages that go out on it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include <zedipc/ipc.h>
+
+namespace zedipc {
+
+// Makes sure that there is a connection, blocking as long as the system's TCP does.
+// The caller does not hold table_lock.
+bool ensure_connected();
+
+struct SendResult {
+  bool sent;
+  const char* reason;   // "", "NO IPC", "ERROR" or "EOF", for the log
+  const void* ipc;      // the connection used, for the log alone: it may be gone
+  std::uint32_t epoch;  // the connection's
+};
+
+// Writes one message on `connection`, or, if that is null, on the connection that
+// stands at the moment. Logs nothing; a failure leaves the connection to its reader.
+SendResult send_to_server(IPC* connection, const std::string& message);
+
+// Tell the server of a group (to, notification) of this client; `connection` as
+// above. Log a failure.
+SendResult register_client(IPC* connection, const std::string& to, const std::string& notification,
+                           int priority);
+SendResult unregister_client(IPC* connection, const std::string& to,
+                             const std::string& notification);
+
+// The text of a message that has nothing but a type.
+std::string plain_message(const char* type);
+
+// The thread function of a connection's reader; see reader.cpp.
+void* reader_thread(void*);
+
+}  // namespace zedipc

@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+// What the server sends: which callbacks are to run, and what goes back.
+#include <unistd.h>
+
+#include <limits>
+#include <mutex>
+#include <string>
+
+#include <zedipc/jsobject.h>
+
+#include "notifyclient/client_state.h"
+#include "notifyclient/connection.h"
+#include "notifyclient/invocation.h"
+#include "protocol/protocol.h"
+
+namespace zedipc {
+
+namespace {
+
+constexpr unsigned int kReconnectPause = 10;  // seconds
+
+// A message as its callbacks see it. Reading a key creates it, so that it stands in
+// the text if the message goes back.
+struct Incoming {
+  std::string from;
+  std::string to;
+  std::string notification;
+  unsigned int flags;
+
+  explicit Incoming(JSObject& message)
+      : from(message(kKeyFrom).getString()),
+        to(message(kKeyTo).getString()),
+        notification(message(kKeyNotification).getString()),
+        flags(static_cast<unsigned int>(message(kKeyFlags).getInt())) {}
+
+  [[nodiscard]] Call call(const JSObject& parameter) const {
+    return {from, to, notification, parameter, flags};
+  }
+};
+
+// The reader's own connection, which nobody else deletes.
+IPC* connection() { return client.server_ipc.load(std::memory_order_acquire); }
+
+void log_received(const char* what, const Incoming& in, const JSObject& parameter) {
+  if (!dbg_log_enabled(kLogInfo)) return;
+  const std::string text = parameter.dump();
+  ZEDIPC_CLIENT_LOG(kLogInfo,
+                    "reader_thread(): ipc=%p received %s '%s' (from='%s', to='%s', para='%s', "
+                    "flags=%u)\n",
+                    static_cast<void*>(connection()), what, in.notification.c_str(),
+                    in.from.c_str(), in.to.c_str(), text.c_str(), in.flags);
+}
+
+template <typename Record>
+void invoke(const char* kind, Record& record, const Call& call) {
+  ZEDIPC_CLIENT_LOG(
+      kLogNote,
+      "reader_thread(): invoke %s callback (cb=%p, data=%p) for notification '%s' to '%s'\n", kind,
+      printable(record.cb), record.data, call.notification.c_str(), call.to.c_str());
+  start_invocation(record, call);
+}
+
+// The server looks for somebody else, or tells the sender that there is nobody.
+void send_back(JSObject& message, LogLevel level, const char* why) {
+  const std::string text = message.dump();
+  const SendResult result = send_to_server(nullptr, text);
+  if (!result.sent) {
+    ZEDIPC_CLIENT_LOG(kLogError, "reader_thread(): write_msg() on ipc=%p failed (%s), msg=%s\n",
+                      result.ipc, result.reason, text.c_str());
+  }
+  ZEDIPC_CLIENT_LOG(level,
+                    "reader_thread(): returned notification '%s' back to server, since no %s\n",
+                    message(kKeyNotification).getString().c_str(), why);
+}
+
+// The record with the highest priority that the message is for, the latest of equal
+// ones; null if there is none.
+NotificationRecord* find_best(const NotificationTable& table, const Incoming& in) {
+  NotificationRecord* best = nullptr;
+  std::int32_t best_priority = std::numeric_limits<std::int32_t>::min();
+  for (NotificationRecord* const record : table) {
+    if (record->notification != in.notification) continue;
+    if (in.to != kToHighestPriority && in.to != record->to) continue;
+    if (record->priority < best_priority) continue;
+    best = record;
+    best_priority = record->priority;
+  }
+  return best;
+}
+
+void handle_notification(JSObject& message) {
+  const std::lock_guard<std::mutex> lock(client.table_lock);
+  const auto& table = lazy_table(client.notification_table);
+  if (table.empty()) {
+    send_back(message, kLogNote, "client registered");
+    return;
+  }
+  const Incoming in(message);
+  const JSObject& parameter = message(kKeyParameter);
+  log_received("notification", in, parameter);
+  if (in.to == kToAll) {
+    for (NotificationRecord* const record : table) {
+      if (record->notification == in.notification) {
+        invoke("notification", *record, in.call(parameter));
+      }
+    }
+  } else if (NotificationRecord* const best = find_best(table, in)) {
+    invoke("notification", *best, in.call(parameter));
+  } else {
+    send_back(message, kLogWarning, "matching client");
+  }
+}
+
+void handle_unicast_error(JSObject& message) {
+  const std::lock_guard<std::mutex> lock(client.table_lock);
+  const auto& table = lazy_table(client.unicast_error_table);
+  if (table.empty()) {
+    ZEDIPC_CLIENT_LOG(kLogWarning,
+                      "reader_thread(): ipc=%p received unicast error for notification '%s', but "
+                      "no client registered\n",
+                      static_cast<void*>(connection()),
+                      message(kKeyNotification).getString().c_str());
+    return;
+  }
+  const Incoming in(message);
+  const JSObject& parameter = message(kKeyParameter);
+  log_received("unicast error for notification", in, parameter);
+  for (UnicastErrorRecord* const record : table) {
+    invoke("unicast error", *record, in.call(parameter));
+  }
+}
+
+void handle_observation(JSObject& message) {
+  const std::lock_guard<std::mutex> lock(client.table_lock);
+  const auto& table = lazy_table(client.observer_table);
+  if (table.empty()) return;  // the last one went while this was on its way
+  const Incoming in(message);
+  for (ObserverRecord* const record : table) invoke("observer", *record, in.call(JSObject()));
+}
+
+void handle_message(JSObject& message) {
+  const std::string type = message(kKeyType).getString();
+  if (type == kTypeNotify) {
+    handle_notification(message);
+  } else if (type == kTypeUnicastError) {
+    handle_unicast_error(message);
+  } else if (type == kTypeNotifyObserver) {
+    handle_observation(message);
+  }
+}
+
+void tear_down() {
+  const std::lock_guard<std::mutex> lock(client.send_lock);
+  IPC* const lost = connection();
+  ZEDIPC_CLIENT_LOG(kLogError, "reader_thread(): read_msg() on ipc=%p failed (%s), terminate.\n",
+                    static_cast<void*>(lost), lost->eof() ? "EOF" : "ERROR");
+  client.server_ipc.store(nullptr, std::memory_order_release);
+  delete lost;
+  pthread_cond_signal(&client.reconnect_cond);
+}
+
+}  // namespace
+
+// Runs no code of the application's. Every reader has a connection of its own; when
+// that is lost it stays until a new one stands, which then has a reader of its own.
+void* reader_thread(void* /*unused*/) {
+  const LogChannelScope scope(kLogNotifyClient);
+  std::string text;
+  int msg_tag = 0;
+  while (connection()->read_msg(NOTIFY_FRAME_ID, msg_tag, text, NOTIFY_MAX_MSG, -1)) {
+    JSObject message;
+    message.parse(text.c_str());
+    handle_message(message);
+  }
+  tear_down();
+  do {
+    sleep(kReconnectPause);
+  } while (!ensure_connected());
+  return nullptr;
+}
+
+}  // namespace zedipc

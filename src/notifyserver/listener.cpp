@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: MIT
+#include <pthread.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include <zedipc/notify.h>
+#include <zedipc/tcp.h>
+
+#include "notifyserver/rules.h"
+#include "notifyserver/server_state.h"
+#include "notifyserver/session.h"
+#include "protocol/protocol.h"
+
+namespace zedipc {
+
+namespace {
+
+constexpr int kAlreadyRunningOrNoPort = -3;
+constexpr int kNoConfigFile = -4;
+constexpr int kSyntaxError = -5;
+
+constexpr std::size_t kReadChunk = 4096;
+
+bool read_file(const char* path, std::string& text) {
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path, "rbe"), std::fclose);
+  if (file == nullptr) return false;
+  char chunk[kReadChunk];
+  std::size_t count;
+  do {
+    count = std::fread(chunk, 1, sizeof chunk, file.get());
+    text.append(chunk, count);
+  } while (count == sizeof chunk);
+  return true;
+}
+
+// 0, or the result with which the server's start fails.
+int load_rules(const char* config_file) {
+  std::string text;
+  if (!read_file(config_file, text)) {
+    ZEDIPC_SERVER_LOG(kLogError, "ipcNotificationServer(): couldn't open config file '%s'\n",
+                      config_file);
+    return kNoConfigFile;
+  }
+  if (!parse_config(text, server.inbound_rules, server.outbound_rules)) {
+    ZEDIPC_SERVER_LOG(kLogError, "ipcNotificationServer(): syntax error in config file '%s'\n",
+                      config_file);
+    return kSyntaxError;
+  }
+  return 0;
+}
+
+// Without rules nothing may cross the machine's border, and so the port is not
+// opened to it either.
+bool open_port(TCP& listener) {
+  const bool external = !server.inbound_rules.empty() || !server.outbound_rules.empty();
+  const char* const name = external ? "external" : "local";
+  if (!listener.listen(NOTIFY_PORT, external ? nullptr : "127.0.0.1")) {
+    ZEDIPC_SERVER_LOG(kLogError, "ipcNotificationServer(): couldn't open %s listen port %hu\n",
+                      name, NOTIFY_PORT);
+    return false;
+  }
+  ZEDIPC_SERVER_LOG(kLogInfo,
+                    "ipcNotificationServer(): notification service started on %s listen port %hu\n",
+                    name, NOTIFY_PORT);
+  return true;
+}
+
+int start(TCP& listener, const char* config_file) {
+  const std::lock_guard<std::mutex> lock(server.server_lock);
+  if (server.server_running) return kAlreadyRunningOrNoPort;
+  if (config_file != nullptr) {
+    if (const int problem = load_rules(config_file)) return problem;
+  }
+  if (!open_port(listener)) return kAlreadyRunningOrNoPort;
+  server.server_running = true;
+  return 0;
+}
+
+[[noreturn]] void serve(TCP& listener) {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  for (;;) {
+    IPC* const session = listener.accept(-1);
+    if (session == nullptr) continue;
+    ZEDIPC_SERVER_LOG(kLogInfo, "ipcNotificationServer(): accepted new session (ipc=%p)\n",
+                      static_cast<void*>(session));
+    // A session that gets no thread stays open and unserved.
+    pthread_t thread;
+    pthread_create(&thread, &attributes, handle_client, session);
+  }
+}
+
+}  // namespace
+
+int ipcNotificationServer() { return ipcNotificationServer(nullptr); }
+
+int ipcNotificationServer(const char* config_file) {
+  const LogChannelScope scope(kLogNotifyServer);
+  TCP listener;
+  if (const int problem = start(listener, config_file)) return problem;
+  serve(listener);
+}
+
+}  // namespace zedipc

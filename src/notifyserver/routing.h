@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+// Who gets a notification.
+#pragma once
+
+#include <string>
+
+#include <zedipc/jsobject.h>
+
+#include "notifyserver/server_state.h"
+
+namespace zedipc {
+
+// Delivers a "notify" that `session` sent. `message` is what was parsed from
+// `received_text`. The server's lock is held.
+void route_notification(const Session& session, JSObject& message,
+                        const std::string& received_text);
+
+}  // namespace zedipc

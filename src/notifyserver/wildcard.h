@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: MIT
+// The patterns of the rule file.
+#pragma once
+
+namespace zedipc {
+
+// Whether the pattern matches the whole text. A star stands for any bytes, a
+// backslash takes the star or backslash behind it literally, everything else is
+// compared byte by byte. A pattern that ends in a single backslash matches
+// nothing. Takes at most time in proportion to the product of both lengths, and
+// no memory.
+bool wildcard_match(const char* pattern, const char* text);
+
+}  // namespace zedipc
