@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+// Server and clients together, each a process.
+#include <gtest/gtest.h>
+#include <zedipc/notify.h>
+
+#include <atomic>
+#include <string>
+
+#include "support/child.h"
+#include "support/raw_peer.h"
+#include "support/server_process.h"
+
+using namespace zedipc;
+using namespace zedipc::test;
+
+namespace {
+
+std::atomic<int> calls{0};
+std::string last;
+
+void remember(void*, const std::string& from, const std::string& to,
+              const std::string& notification, const JSObject& parameter, unsigned int flags) {
+  last = from + ">" + to + ":" + notification + parameter.dump() + std::to_string(flags);
+  ++calls;
+}
+
+}  // namespace
+
+TEST(Delivery, CarriesAUnicastFromAProcessToItself) {
+  ServerProcess server;
+  ipcSetAppID("display");
+  ASSERT_EQ(ipcRegisterNotificationCB("paper.out", remember), 0);
+  JSObject parameter;
+  parameter("tray") = 2;
+  ASSERT_EQ(ipcNotify("display", "paper.out", parameter, 7), 0);
+  ASSERT_TRUE(eventually([] { return calls == 1; }));
+  EXPECT_EQ(last, "display>display:paper.out{\"tray\":2}7");
+}
+
+TEST(Delivery, ForwardsABroadcastAsTheVeryTextThatArrived) {
+  ServerProcess server;
+  const RawPeer receiver = RawPeer::connect();
+  receiver.send_message(R"({"notification":"n","priority":1,"to":"r","type":"register"})");
+  receiver.send_message(R"({"type":"notify", "to":"*", "notification":"n"})");
+  EXPECT_EQ(receiver.receive_message(), R"({"type":"notify", "to":"*", "notification":"n"})");
+}

@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: MIT
+#include "support/child.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+namespace zedipc::test {
+
+namespace {
+
+std::string contents(int fd) {
+  struct stat status;
+  fstat(fd, &status);
+  std::string text(static_cast<std::size_t>(status.st_size), '\0');
+  const ssize_t count = pread(fd, text.data(), text.size(), 0);
+  text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+  return text;
+}
+
+}  // namespace
+
+bool eventually(const std::function<bool()>& condition, int msec) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(msec);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+Child::Child(const Environment& environment, const std::function<void()>& body)
+    : out_fd_(memfd_create("stdout", MFD_CLOEXEC)), err_fd_(memfd_create("stderr", MFD_CLOEXEC)) {
+  std::fflush(nullptr);
+  pid_ = fork();
+  if (pid_ != 0) return;
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  dup2(out_fd_, STDOUT_FILENO);
+  dup2(err_fd_, STDERR_FILENO);
+  for (const char* name : {"IPC_LOGMASK", "NFY_LOGMASK", "NOTIFY_SERVER"}) unsetenv(name);
+  for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
+  body();
+  std::fflush(nullptr);
+  _exit(::testing::Test::HasFailure() ? 1 : 0);
+}
+
+Child::~Child() {
+  if (pid_ != -1) {
+    kill(SIGKILL);
+    wait();
+  }
+  close(out_fd_);
+  close(err_fd_);
+}
+
+std::string Child::out() const { return contents(out_fd_); }
+
+std::string Child::err() const { return contents(err_fd_); }
+
+bool Child::wait_for_err(const std::string& text) const {
+  return eventually([&] { return err().find(text) != std::string::npos; });
+}
+
+void Child::kill(int signal) {
+  if (pid_ != -1) ::kill(pid_, signal);
+}
+
+int Child::wait(int seconds) {
+  if (pid_ == -1) return status_;
+  int status = 0;
+  const bool ended =
+      eventually([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, seconds * 1000);
+  if (!ended) {
+    kill(SIGKILL);
+    waitpid(pid_, &status, 0);
+  }
+  pid_ = -1;
+  status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return status_;
+}
+
+ChildResult run_in_child(const Environment& environment, const std::function<void()>& body) {
+  Child child(environment, body);
+  const int status = child.wait();
+  return {status, child.out(), child.err()};
+}
+
+}  // namespace zedipc::test
