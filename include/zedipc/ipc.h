@@ -15,7 +15,7 @@ class IPC;
 
 /// A function that is called on the library's dispatcher thread when a channel
 /// has input; `data` is what was given to `IPC::set_callback`.
-typedef void (*ChannelCallback)(void* data, IPC* ipc);
+using ChannelCallback = void (*)(void* data, IPC* ipc);
 
 /// One stream socket, either connected to a peer or listening for peers.
 ///

@@ -52,7 +52,7 @@ namespace zedipc {
 class ZEDIPC_EXPORT JSObject {
  public:
   /// Chooses members for `logdump`: gets the plain key, gives true to hide it.
-  typedef bool (*Filter)(const std::string& key);
+  using Filter = bool (*)(const std::string& key);
 
   /// What stands for anything that is not there. Each lookup that misses makes
   /// it null again. Writing to it is possible and has no lasting effect; it is

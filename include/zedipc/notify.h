@@ -43,20 +43,20 @@ namespace zedipc {
 /// @param notification the notification's name
 /// @param parameter the sender's parameter, for the time of the call
 /// @param flags the sender's flags
-typedef void (*NotificationCallback)(void* data, const std::string& from, const std::string& to,
-                                     const std::string& notification, const JSObject& parameter,
-                                     unsigned int flags);
+using NotificationCallback = void (*)(void* data, const std::string& from, const std::string& to,
+                                      const std::string& notification, const JSObject& parameter,
+                                      unsigned int flags);
 
 /// Called with a notification of this process that was meant for one receiver
 /// and that nobody took; the arguments are those of the notification.
-typedef void (*UnicastErrorCallback)(void* data, const std::string& from, const std::string& to,
-                                     const std::string& notification, const JSObject& parameter,
-                                     unsigned int flags);
+using UnicastErrorCallback = void (*)(void* data, const std::string& from, const std::string& to,
+                                      const std::string& notification, const JSObject& parameter,
+                                      unsigned int flags);
 
 /// Called with each notification that the server has handed to a registration;
 /// `to` is the name of that registration.
-typedef void (*ObserverCallback)(void* data, const std::string& from, const std::string& to,
-                                 const std::string& notification, unsigned int flags);
+using ObserverCallback = void (*)(void* data, const std::string& from, const std::string& to,
+                                  const std::string& notification, unsigned int flags);
 
 /// @name Server
 /// @{

@@ -27,7 +27,7 @@ inline std::int32_t text_to_int32(const char* text) {
 template <typename Integer>
 Integer double_to_integer(double value) {
   // -min is a power of two, so both bounds are exact as doubles.
-  constexpr double kLow = static_cast<double>(std::numeric_limits<Integer>::min());
+  constexpr auto kLow = static_cast<double>(std::numeric_limits<Integer>::min());
   if (value != value) return 0;
   if (value <= kLow) return std::numeric_limits<Integer>::min();
   if (value >= -kLow) return std::numeric_limits<Integer>::max();

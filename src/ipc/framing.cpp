@@ -35,7 +35,7 @@ std::uint32_t get_word(const unsigned char* from) {
 
 Header make_header(unsigned int msg_id, int msg_tag, int size) {
   Header header;
-  put_word(&header[0], msg_id);
+  put_word(header.data(), msg_id);
   put_word(&header[4], static_cast<std::uint32_t>(size) + kTagSize);
   put_word(&header[8], static_cast<std::uint32_t>(msg_tag));
   return header;
@@ -109,7 +109,7 @@ bool IPC::read_msg(unsigned int msg_id, int& msg_tag, IpcBuffer& buffer, int siz
     timeout = std::max(timeout, kPieceTimeout);
     if (get_word(header.data()) == msg_id) break;
     // No frame begins here: look again one byte further on.
-    std::memmove(&header[0], &header[1], kHeaderSize - 1);
+    std::memmove(header.data(), &header[1], kHeaderSize - 1);
     have = kHeaderSize - 1;
   }
 

@@ -94,13 +94,13 @@ void JSObject::Tree::remove_last_child(JSObject& value) {
 
 JSObject* JSObject::Tree::parent(const JSObject& value) {
   JSObject* parent;
-  std::memcpy(&parent, &value.double_value_, sizeof parent);
+  std::memcpy(&parent, &value.double_value_, sizeof(void*));
   return parent;
 }
 
 void JSObject::Tree::set_parent(JSObject& value, JSObject* parent) {
-  static_assert(sizeof parent <= sizeof value.double_value_, "a pointer fits the place");
-  std::memcpy(&value.double_value_, &parent, sizeof parent);
+  static_assert(sizeof(void*) <= sizeof(double), "a pointer fits the place");
+  std::memcpy(&value.double_value_, &parent, sizeof(void*));
 }
 
 }  // namespace zedipc

@@ -32,7 +32,7 @@ void start(ReadWriteLock& lock, NotificationCallback callback, ObserverCallback 
                             call.notification,
                             parameter,
                             call.flags});
-}
+}  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the thread frees it
 
 }  // namespace
 
