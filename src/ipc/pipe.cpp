@@ -139,8 +139,9 @@ bool Pipe::connect(const char* name) {
   if (!check_name("connect", name)) return false;
   const int fd = make_socket("connect");
   if (fd == -1) return false;
+  d->fd.store(fd, std::memory_order_relaxed);
   if (connect_to(fd, FileAddress(name)) == -1) {
-    close_fd(fd);
+    close();  // which clears the flags too, since there is a socket
     ZEDIPC_LOG(kLogError, "Pipe::connect(): connect() to %s failed\n", name);
     return false;
   }
@@ -154,7 +155,6 @@ bool Pipe::connect(const char* name) {
   } else {
     ZEDIPC_LOG(kLogDebug, "Pipe::connect(): connected to pipe %s\n", name);
   }
-  d->fd.store(fd, std::memory_order_relaxed);
   d->socket_ready();
   return true;
 }
