@@ -245,7 +245,9 @@ class ZEDIPC_EXPORT JSObject {
   struct ZEDIPC_HIDDEN Parser;
   struct ZEDIPC_HIDDEN Writer;
   struct ZEDIPC_HIDDEN Tree;
+  struct ZEDIPC_HIDDEN Depth;
 
+  ZEDIPC_HIDDEN JSObject(const JSObject& other, const Depth& depth);
   Kind kind() const { return kind_.load(std::memory_order_relaxed); }
   void setKind(Kind kind) { kind_.store(kind, std::memory_order_relaxed); }
   ZEDIPC_HIDDEN void becomeObject();

@@ -21,12 +21,6 @@ JSObject JSObject::NullObject;
 
 const char* JSObject::getVersion() { return kBanner + kBannerTag; }
 
-JSObject::JSObject(const JSObject& other) : JSObject() { Tree::copy(*this, other); }
-
-JSObject::~JSObject() {
-  if (!Tree::is_leaf(*this)) Tree::clear(*this);
-}
-
 JSObject& JSObject::operator=(const JSObject& other) {
   JSObject copy(other);
   swap(copy);
