@@ -13,8 +13,8 @@ namespace zedipc {
 
 class IPC;
 
-/// A function that is called on the library's dispatcher thread when a channel
-/// has input; `data` is what was given to `IPC::set_callback`.
+/// The type of a channel's callback; `data` is what was given to
+/// `IPC::set_callback`.
 using ChannelCallback = void (*)(void* data, IPC* ipc);
 
 /// One stream socket, either connected to a peer or listening for peers.
@@ -58,7 +58,7 @@ class ZEDIPC_EXPORT IPC {
     virtual void* data() = 0;
   };
 
-  /// Takes ownership of `channel`. For `Pipe` and `TCP`, and classes derived from them.
+  /// Takes ownership of `channel`. For `Pipe` and `TCP`; derive from those.
   explicit IPC(IpcPrivate* channel);
   IPC(const IPC&) = delete;
   IPC& operator=(const IPC&) = delete;
@@ -77,8 +77,9 @@ class ZEDIPC_EXPORT IPC {
   ///   on this base class.
   virtual IPC* accept(int timeout_msec);
 
-  /// Closes the socket, waits until calls that were blocked on it have ended,
-  /// and clears the flags and addresses. Does nothing without a socket.
+  /// Closes the socket and clears the flags and addresses. Reads and writes that
+  /// other threads are blocked in have ended when it returns; an `accept` ends
+  /// soon after. Does nothing without a socket.
   virtual void close();
 
   /// Writes all of `size` bytes. Blocks without limit while the peer does not
@@ -122,17 +123,18 @@ class ZEDIPC_EXPORT IPC {
   /// object, and changes when the channel connects, listens or closes.
   virtual const char* remote_addr() const;
 
-  /// Has `callback` called on the dispatcher thread when the channel has
-  /// input; null removes it.
-  /// @return whether that was done; false for a removal that found nothing.
-  virtual bool set_callback(void (*callback)(void* data, IPC* ipc), void* data);
+  /// For a callback to be called when the channel has input. This version takes
+  /// none yet.
+  /// @return false
+  virtual bool set_callback(ChannelCallback callback, void* data);
 
   /// Receives one frame that begins with `msg_id`, skipping whatever stands
   /// ahead of it.
   ///
   /// `timeout_msec` is the wait for the frame's first bytes. Once they have
-  /// come, each further piece has 10 seconds or `timeout_msec`, whichever is
-  /// longer, and never no limit.
+  /// come, each further piece of the header has 10 seconds, and each piece of
+  /// the payload, or of what is skipped, has 10 seconds or `timeout_msec`,
+  /// whichever is longer.
   ///
   /// A frame with a payload above `size_limit` bytes is refused, and the next
   /// call looks for a frame inside what it left in the stream.
@@ -163,7 +165,7 @@ class ZEDIPC_EXPORT IPC {
   /// The package's version, as a text that lives for ever.
   static const char* ipc_GetVersion();
 
-  /// Sets the stack size, in bytes, of dispatcher threads that start later.
+  /// For the stack size of the thread that calls callbacks. Without effect yet.
   static void set_callback_stacksize(int size);
 
  protected:

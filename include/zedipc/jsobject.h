@@ -5,7 +5,9 @@
 #define ZEDIPC_JSOBJECT_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <utility>
@@ -91,8 +93,10 @@ class ZEDIPC_EXPORT JSObject {
   JSObject(long long value) : JSObject() { *this = value; }
   JSObject(unsigned long long value) : JSObject() { *this = value; }
   JSObject(double value) : JSObject() { *this = value; }
-  /// A pointer is no value; without this it would quietly become true.
+  /// A pointer to an object is no value; without this it would quietly become
+  /// true.
   JSObject(const void*) = delete;
+  JSObject(std::nullptr_t) = delete;
   /// @}
 
   /// Frees the value and all that it holds.
@@ -149,11 +153,15 @@ class ZEDIPC_EXPORT JSObject {
     return *this;
   }
   JSObject& operator=(const void*) = delete;
+  JSObject& operator=(std::nullptr_t) = delete;
+  /// Braces do not build arrays; without this they would build a string.
+  JSObject& operator=(std::initializer_list<JSObject>) = delete;
   /// @}
 
   /// The member `key`, made (as null) if it is not there. A value that is no
   /// object becomes one: its elements go, members from an earlier time as an
-  /// object come back. The reference is valid until the member is erased.
+  /// object come back. The reference is valid until the member goes: by `erase`, by
+  /// turning the value into an array, or by giving it a new value as a whole.
   JSObject& operator()(const char* key);
   /// @copydoc operator()(const char*)
   JSObject& operator()(const std::string& key);
@@ -163,9 +171,10 @@ class ZEDIPC_EXPORT JSObject {
   const JSObject& operator()(const std::string& key) const;
 
   /// The element `index`, the array being extended with nulls up to it. A value
-  /// that is no array becomes one, and its members go. A negative index does
-  /// that too and then gives `NullObject`. Extending invalidates references to
-  /// other elements.
+  /// that is no array becomes one: its members go, elements from an earlier time
+  /// as an array come back. A negative index does that too and then gives
+  /// `NullObject`. Extending invalidates references to other elements, so that
+  /// `value[5] = value[2]` is an error where there is no element 5 yet.
   JSObject& operator[](int index);
   /// The element `index`, or `NullObject` if this is no array or has none.
   const JSObject& operator[](int index) const;
@@ -180,10 +189,12 @@ class ZEDIPC_EXPORT JSObject {
   /// @copydoc erase(const char*)
   void erase(const std::string& key);
 
-  /// Makes this an array of exactly `size` elements; new ones are null.
+  /// Makes this an array of exactly `size` elements, as `operator[]` does; new
+  /// ones are null.
   void resize(unsigned int size);
 
-  /// Exchanges two values without copying anything.
+  /// Exchanges two values without copying anything. Neither may be a part of the
+  /// other.
   void swap(JSObject& other);
 
   /// A string's text; for any other kind what `dump()` gives.
@@ -213,10 +224,14 @@ class ZEDIPC_EXPORT JSObject {
   /// allowed, as are raw control bytes in strings. What follows the value is
   /// not looked at.
   ///
+  /// @param text not null, no part of this value, shorter than 2 GiB
   /// @return the offset of the first byte behind the value and the white space
   ///   around it; -1 if a string, key, object or array is cut off or broken, and
   ///   the value then holds what had been read so far. Text that does not begin
   ///   like a value consumes nothing, leaves a scalar as it was, and is no error.
+  ///   A word that begins with "fals" counts as five bytes even where the text
+  ///   ends behind four, so compare the offset with the text's length before
+  ///   using it.
   int parse(const char* text);
 
   /// The value as compact JSON text.
@@ -247,10 +262,12 @@ class ZEDIPC_EXPORT JSObject {
   struct ZEDIPC_HIDDEN Tree;
   struct ZEDIPC_HIDDEN Depth;
 
+  // Copies one level deeper than the copy it is a part of.
   ZEDIPC_HIDDEN JSObject(const JSObject& other, const Depth& depth);
   Kind kind() const { return kind_.load(std::memory_order_relaxed); }
   void setKind(Kind kind) { kind_.store(kind, std::memory_order_relaxed); }
-  ZEDIPC_HIDDEN void becomeObject();
+  // Gives the elements that the value had until now.
+  ZEDIPC_HIDDEN std::vector<JSObject> becomeObject();
   ZEDIPC_HIDDEN void becomeArray();
   ZEDIPC_HIDDEN static JSObject& missing();
 

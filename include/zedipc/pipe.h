@@ -24,20 +24,20 @@ class ZEDIPC_EXPORT Pipe : public IPC {
   Pipe();
   /// The same; the argument has no effect.
   explicit Pipe(int);
-  /// Removes the callback, waiting for one that runs, and closes.
+  /// Closes.
   ~Pipe() override;
 
   /// Makes this object a listener, closing what it was before.
   ///
   /// A socket file that no process listens on any more is replaced, and so is
-  /// any other file under that name.
+  /// any other file, or empty directory, under that name. Blocks while a live
+  /// listener of that name has its backlog full.
   /// @param name the path, at most 107 bytes
   /// @return false if the name is bad or taken by a live listener
   bool listen(const char* name);
 
   /// Connects to a listener, closing what this object was before. Blocks while
-  /// the listener's backlog is full. Not to be called from a channel callback
-  /// while this channel has one.
+  /// the listener's backlog is full.
   /// @param name the path, at most 107 bytes
   /// @return false if the name is bad or nobody listens there
   bool connect(const char* name);

@@ -23,7 +23,7 @@ class ZEDIPC_EXPORT TCP : public IPC {
  public:
   /// A closed channel.
   TCP();
-  /// Removes the callback, waiting for one that runs, and closes.
+  /// Closes.
   ~TCP() override;
 
   /// Makes this object a listener, closing what it was before. Blocks as long
@@ -35,8 +35,8 @@ class ZEDIPC_EXPORT TCP : public IPC {
   bool listen(unsigned short port, const char* node = nullptr);
 
   /// Connects, closing what this object was before. Tries each address that
-  /// the name has, in the system's order. Not to be called from a channel
-  /// callback while this channel has one.
+  /// the name has, in the system's order, and blocks besides as long as the
+  /// system takes to look a name up.
   /// @param host an address or name; with `port` 0 it carries the port, as in
   ///   "host:1234" or "[::1]:1234". An IPv6 address may stand in brackets.
   /// @param port the port, 0 to take it from `host`
@@ -54,8 +54,7 @@ class ZEDIPC_EXPORT TCP : public IPC {
 
   /// Adopts a connected socket made elsewhere, closing what this object was
   /// before. From now on the channel owns it. Sets no option on it, and the
-  /// addresses stay empty. Not to be called from a channel callback while this
-  /// channel has one.
+  /// addresses stay empty.
   /// @return true
   bool setFD(int fd);
 

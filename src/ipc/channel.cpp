@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
 
 #include "ipc/ipc_private.h"
+#include "ipc/socket.h"
 
 namespace zedipc {
 
@@ -99,8 +99,8 @@ void IPC::IpcPrivate::close() {
 bool IPC::IpcPrivate::require_buffer(const char* operation, const void* data, int size) {
   if (data != nullptr && size >= 0) return true;
   error_flag.store(true, std::memory_order_relaxed);
-  ZEDIPC_LOG(kLogError, "%p->IpcPrivate::%s(): invalid parameter (data=%p, size=%d)\n",
-             static_cast<void*>(this), operation, data, 0);
+  ZEDIPC_IPC_LOG(kLogError, "%p->IpcPrivate::%s(): invalid parameter (data=%p, size=%d)\n",
+                 static_cast<void*>(this), operation, data, 0);
   return false;
 }
 
@@ -114,7 +114,8 @@ bool IPC::IpcPrivate::require_connection(const char* operation) {
     return true;
   }
   error_flag.store(true, std::memory_order_relaxed);
-  ZEDIPC_LOG(kLogError, "%p->IpcPrivate::%s(): %s\n", static_cast<void*>(this), operation, problem);
+  ZEDIPC_IPC_LOG(kLogError, "%p->IpcPrivate::%s(): %s\n", static_cast<void*>(this), operation,
+                 problem);
   return false;
 }
 
@@ -132,10 +133,7 @@ bool IPC::IpcPrivate::write(const void* data, int size) {
       next += sent;
       remaining -= static_cast<std::size_t>(sent);
     } else if (errno != EINTR) {
-      const int problem = errno;
-      error_flag.store(true, std::memory_order_relaxed);
-      ZEDIPC_LOG(kLogError, "%p->IpcPrivate::write(): send() returned -1 (errno=%d)\n",
-                 static_cast<void*>(this), problem);
+      note_failure("write", "send()", errno);
       return false;
     }
   }
@@ -179,11 +177,8 @@ IPC::IpcPrivate::Step IPC::IpcPrivate::read_step(Transfer& transfer) {
   const int ready = ::poll(&pf, 1, transfer.timeout_msec);
   if (ready == 0) return Step::kEnd;
   if (ready == -1) {
-    const int problem = errno;
-    if (problem == EINTR) return Step::kGoOn;
-    error_flag.store(true, std::memory_order_relaxed);
-    ZEDIPC_LOG(kLogError, "%p->IpcPrivate::read(): poll() returned -1 (errno=%d)\n",
-               static_cast<void*>(this), problem);
+    if (errno == EINTR) return Step::kGoOn;
+    note_failure("read", "poll()", errno);
     return Step::kEnd;
   }
   // Data first: what is buffered behind a hang-up can still be read.
@@ -195,24 +190,31 @@ IPC::IpcPrivate::Step IPC::IpcPrivate::read_step(Transfer& transfer) {
   const ssize_t received =
       ::recv(pf.fd, transfer.next, static_cast<std::size_t>(transfer.remaining), 0);
   if (received == -1) {
-    const int problem = errno;
-    if (problem == EINTR) return Step::kGoOn;
-    error_flag.store(true, std::memory_order_relaxed);
-    ZEDIPC_LOG(kLogError, "%p->IpcPrivate::read(): recv() returned -1 (errno=%d)\n",
-               static_cast<void*>(this), problem);
+    if (errno == EINTR) return Step::kGoOn;
+    note_failure("read", "recv()", errno);
     return Step::kEnd;
   }
   if (received == 0) {
-    eof_flag.store(true, std::memory_order_relaxed);
-    ZEDIPC_LOG(kLogDebug, "%p->IpcPrivate::read(): recv() returned 0 (eof)\n",
-               static_cast<void*>(this));
+    note_end("read", "recv()");
     return Step::kEnd;
   }
   transfer.next += received;
   transfer.remaining -= static_cast<int>(received);
-  ZEDIPC_LOG(kLogDebug, "%p->IpcPrivate::read() -> %d bytes read successfully (%d remaining)\n",
-             static_cast<void*>(this), static_cast<int>(received), transfer.remaining);
+  ZEDIPC_IPC_LOG(kLogDebug, "%p->IpcPrivate::read() -> %d bytes read successfully (%d remaining)\n",
+                 static_cast<void*>(this), static_cast<int>(received), transfer.remaining);
   return Step::kGoOn;
+}
+
+void IPC::IpcPrivate::note_failure(const char* operation, const char* call, int problem) {
+  error_flag.store(true, std::memory_order_relaxed);
+  ZEDIPC_IPC_LOG(kLogError, "%p->IpcPrivate::%s(): %s returned -1 (errno=%d)\n",
+                 static_cast<void*>(this), operation, call, problem);
+}
+
+void IPC::IpcPrivate::note_end(const char* operation, const char* call) {
+  eof_flag.store(true, std::memory_order_relaxed);
+  ZEDIPC_IPC_LOG(kLogDebug, "%p->IpcPrivate::%s(): %s returned 0 (eof)\n", static_cast<void*>(this),
+                 operation, call);
 }
 
 // Sets the flags for a wait that ended without data to read.
@@ -220,9 +222,9 @@ void IPC::IpcPrivate::note_hangup(const char* operation, short revents) {
   if ((revents & (POLLERR | POLLNVAL)) != 0) error_flag.store(true, std::memory_order_relaxed);
   if ((revents & POLLHUP) != 0) eof_flag.store(true, std::memory_order_relaxed);
   const bool ended = eof_flag.load(std::memory_order_relaxed);
-  ZEDIPC_LOG(ended ? kLogDebug : kLogError,
-             "%p->IpcPrivate::%s(): poll() returned pf.revents=%d (%s)\n", static_cast<void*>(this),
-             operation, revents, ended ? "eof" : "error");
+  ZEDIPC_IPC_LOG(ended ? kLogDebug : kLogError,
+                 "%p->IpcPrivate::%s(): poll() returned pf.revents=%d (%s)\n",
+                 static_cast<void*>(this), operation, revents, ended ? "eof" : "error");
 }
 
 bool IPC::IpcPrivate::poll_in(int timeout_msec) {
@@ -242,11 +244,8 @@ bool IPC::IpcPrivate::poll_in_locked(int timeout_msec) {
     const int ready = ::poll(&pf, 1, timeout_msec);
     if (ready == 0) return false;
     if (ready == -1) {
-      const int problem = errno;
-      if (problem == EINTR) continue;
-      error_flag.store(true, std::memory_order_relaxed);
-      ZEDIPC_LOG(kLogError, "%p->IpcPrivate::poll_in(): poll() returned -1 (errno=%d)\n",
-                 static_cast<void*>(this), problem);
+      if (errno == EINTR) continue;
+      note_failure("poll_in", "poll()", errno);
       return false;
     }
     if ((pf.revents & POLLIN) == 0) {
@@ -257,16 +256,11 @@ bool IPC::IpcPrivate::poll_in_locked(int timeout_msec) {
     const ssize_t received = ::recv(pf.fd, &byte, 1, MSG_PEEK);
     if (received > 0) return true;
     if (received == 0) {
-      eof_flag.store(true, std::memory_order_relaxed);
-      ZEDIPC_LOG(kLogDebug, "%p->IpcPrivate::poll_in(): recv(MSG_PEEK) returned 0 (eof)\n",
-                 static_cast<void*>(this));
+      note_end("poll_in", "recv(MSG_PEEK)");
       return false;
     }
-    const int problem = errno;
-    if (problem == EINTR) continue;
-    error_flag.store(true, std::memory_order_relaxed);
-    ZEDIPC_LOG(kLogError, "%p->IpcPrivate::poll_in(): recv(MSG_PEEK) returned -1 (errno=%d)\n",
-               static_cast<void*>(this), problem);
+    if (errno == EINTR) continue;
+    note_failure("poll_in", "recv(MSG_PEEK)", errno);
     return false;
   }
 }
@@ -274,32 +268,6 @@ bool IPC::IpcPrivate::poll_in_locked(int timeout_msec) {
 void IPC::IpcPrivate::socket_ready() {
   const int before = cb_state.fetch_and(~kCallbackLocked, std::memory_order_relaxed);
   if ((before & kCallbackRegistered) != 0) notify_cb_thread(true);
-}
-
-// ---- Sockets
-
-void close_fd(int fd) {
-  if (fd != -1) ::close(fd);
-}
-
-int accept_socket(IPC::IpcPrivate& listener, int timeout_msec, const char* operation,
-                  sockaddr_storage* address) {
-  for (;;) {
-    // Looked at each time: another thread may close the listener meanwhile.
-    pollfd pf{listener.fd.load(std::memory_order_relaxed), POLLIN, 0};
-    if (pf.fd == -1 || !listener.listener.load(std::memory_order_relaxed)) return -1;
-    const int ready = ::poll(&pf, 1, timeout_msec);
-    if (ready == -1 && errno == EINTR) continue;
-    if (ready <= 0 || (pf.revents & POLLNVAL) != 0) return -1;
-    if ((pf.revents & POLLIN) == 0) continue;
-    socklen_t length = sizeof *address;
-    const int accepted = ::accept4(pf.fd, reinterpret_cast<sockaddr*>(address),
-                                   address == nullptr ? nullptr : &length, SOCK_CLOEXEC);
-    if (accepted != -1) return accepted;
-    if (errno == EINTR) continue;
-    ZEDIPC_LOG(kLogError, "%s(): accept() failed\n", operation);
-    return -1;
-  }
 }
 
 }  // namespace zedipc

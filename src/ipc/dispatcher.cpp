@@ -6,7 +6,7 @@
 
 namespace zedipc {
 
-bool IPC::set_callback(void (* /*callback*/)(void*, IPC*), void* /*data*/) { return false; }
+bool IPC::set_callback(ChannelCallback /*callback*/, void* /*data*/) { return false; }
 
 void IPC::set_callback_stacksize(int /*size*/) {}
 

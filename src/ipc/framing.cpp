@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
 #include "ipc/ipc_private.h"
 
@@ -43,7 +44,46 @@ Header make_header(unsigned int msg_id, int msg_tag, int size) {
 
 // The size of the payload, which is negative where the length word makes no sense.
 int payload_size(const Header& header) {
-  return static_cast<std::int32_t>(get_word(&header[4]) - kTagSize);
+  const auto length = static_cast<std::int32_t>(get_word(&header[4]));
+  return std::max(length, std::numeric_limits<std::int32_t>::min() + kTagSize) - kTagSize;
+}
+
+// A larger payload has no length word.
+constexpr int kMaxPayload = std::numeric_limits<std::int32_t>::max() - kHeaderSize;
+
+// The size of a container as a payload; negative if it is too large for one.
+template <typename Container>
+int payload_size_of(const Container& data) {
+  return data.size() > kMaxPayload ? -1 : static_cast<int>(data.size());
+}
+
+// Reads the next header that begins with `msg_id`, looking at each byte of whatever
+// stands ahead of it. `timeout` is the wait for the first bytes.
+bool find_header(IPC::IpcPrivate& channel, unsigned int msg_id, Header& header, int timeout) {
+  int have = 0;
+  for (;;) {
+    const int missing = kHeaderSize - have;
+    unsigned char* const to = header.data() + have;
+    if (channel.read(to, missing, timeout, kPieceTimeout, false) != missing) return false;
+    if (get_word(header.data()) == msg_id) return true;
+    timeout = std::max(timeout, kPieceTimeout);
+    std::memmove(header.data(), &header[1], kHeaderSize - 1);
+    have = kHeaderSize - 1;
+  }
+}
+
+// Logs what is wrong with a size that is not accepted.
+bool accept_size(const Header& header, int size_limit) {
+  const int size = payload_size(header);
+  if (size < 0) {
+    ZEDIPC_IPC_LOG(kLogError, "IPC::read_msg() -> size<0 (%d<0)\n", size);
+    return false;
+  }
+  if (size > size_limit) {
+    ZEDIPC_IPC_LOG(kLogError, "IPC::read_msg() -> size>size_limit (%d>%d)\n", size, size_limit);
+    return false;
+  }
+  return true;
 }
 
 // A standard container as a receive buffer.
@@ -63,79 +103,57 @@ class BufferAdaptor : public IPC::IpcBuffer {
 
 bool IPC::write_msg(unsigned int msg_id, int msg_tag, const void* data, int size) {
   const LogChannelScope scope(kLogIpc);
-  if (size < 0 || (size > 0 && data == nullptr)) return false;
+  if (size < 0 || size > kMaxPayload || (size > 0 && data == nullptr)) return false;
   const Header header = make_header(msg_id, msg_tag, size);
   if (!write(header.data(), kHeaderSize)) {
-    ZEDIPC_LOG(kLogError, "IPC::write_msg() -> write header (12 bytes)\n");
+    ZEDIPC_IPC_LOG(kLogError, "IPC::write_msg() -> write header (12 bytes)\n");
     return false;
   }
   if (!write(data, size)) {
-    ZEDIPC_LOG(kLogError, "IPC::write_msg() -> write data (%d bytes)\n", size);
+    ZEDIPC_IPC_LOG(kLogError, "IPC::write_msg() -> write data (%d bytes)\n", size);
     return false;
   }
-  ZEDIPC_LOG(kLogDebug, "IPC::write_msg() -> wrote %d bytes successfully (payload: %d bytes).\n",
-             size + kHeaderSize, size);
+  ZEDIPC_IPC_LOG(kLogDebug,
+                 "IPC::write_msg() -> wrote %d bytes successfully (payload: %d bytes).\n",
+                 size + kHeaderSize, size);
   return true;
 }
 
 bool IPC::write_msg(unsigned int msg_id, int msg_tag, const std::vector<unsigned char>& data) {
-  return write_msg(msg_id, msg_tag, data.empty() ? nullptr : data.data(),
-                   static_cast<int>(data.size()));
+  return write_msg(msg_id, msg_tag, data.empty() ? nullptr : data.data(), payload_size_of(data));
 }
 
 bool IPC::write_msg(unsigned int msg_id, int msg_tag, const std::vector<char>& data) {
-  return write_msg(msg_id, msg_tag, data.empty() ? nullptr : data.data(),
-                   static_cast<int>(data.size()));
+  return write_msg(msg_id, msg_tag, data.empty() ? nullptr : data.data(), payload_size_of(data));
 }
 
 bool IPC::write_msg(unsigned int msg_id, int msg_tag, const std::string& data) {
-  return write_msg(msg_id, msg_tag, data.data(), static_cast<int>(data.size()));
+  return write_msg(msg_id, msg_tag, data.data(), payload_size_of(data));
 }
 
 bool IPC::read_msg(unsigned int msg_id, int& msg_tag, IpcBuffer& buffer, int size_limit,
                    int timeout_msec) {
   const LogChannelScope scope(kLogIpc);
-  ZEDIPC_LOG(kLogDebug, "IPC::read_msg(timeout_msec==%d)\n", timeout_msec);
+  ZEDIPC_IPC_LOG(kLogDebug, "IPC::read_msg(timeout_msec==%d)\n", timeout_msec);
   Header header;
-  int have = 0;
-  int timeout = timeout_msec;
-  for (;;) {
-    const int missing = kHeaderSize - have;
-    if (d->read(&header[static_cast<std::size_t>(have)], missing, timeout, kPieceTimeout, false) !=
-        missing) {
-      buffer.clear();
-      return false;
-    }
-    timeout = std::max(timeout, kPieceTimeout);
-    if (get_word(header.data()) == msg_id) break;
-    // No frame begins here: look again one byte further on.
-    std::memmove(header.data(), &header[1], kHeaderSize - 1);
-    have = kHeaderSize - 1;
+  if (!find_header(*d, msg_id, header, timeout_msec) || !accept_size(header, size_limit)) {
+    buffer.clear();
+    return false;
   }
-
   const int size = payload_size(header);
-  if (size < 0) {
-    ZEDIPC_LOG(kLogError, "IPC::read_msg() -> size<0 (%d<0)\n", size);
-    buffer.clear();
-    return false;
-  }
-  if (size > size_limit) {
-    ZEDIPC_LOG(kLogError, "IPC::read_msg() -> size>size_limit (%d>%d)\n", size, size_limit);
-    buffer.clear();
-    return false;
-  }
   msg_tag = static_cast<std::int32_t>(get_word(&header[8]));
   buffer.resize(size);
   if (size == 0) {
-    ZEDIPC_LOG(kLogDebug, "IPC::read_msg() -> size==0\n");
+    ZEDIPC_IPC_LOG(kLogDebug, "IPC::read_msg() -> size==0\n");
     return true;
   }
+  const int timeout = std::max(timeout_msec, kPieceTimeout);
   const int read_bytes = d->read(buffer.data(), size, timeout, timeout, true);
   if (read_bytes != size) {
-    ZEDIPC_LOG(kLogError, "IPC::read_msg() -> size!=read_bytes (%d!=%d)\n", size, read_bytes);
+    ZEDIPC_IPC_LOG(kLogError, "IPC::read_msg() -> size!=read_bytes (%d!=%d)\n", size, read_bytes);
     return false;
   }
-  ZEDIPC_LOG(kLogDebug, "IPC::read_msg() -> read %d bytes successfully\n", size);
+  ZEDIPC_IPC_LOG(kLogDebug, "IPC::read_msg() -> read %d bytes successfully\n", size);
   return true;
 }
 

@@ -15,7 +15,7 @@ namespace zedipc {
 // Readers of the log know the whole subsystem by this module.
 inline constexpr char kIpcModule[] = "src/ipc.cpp";
 
-#define ZEDIPC_LOG(level, ...) dbg_log(kIpcModule, __LINE__, level, __VA_ARGS__)
+#define ZEDIPC_IPC_LOG(level, ...) dbg_log(kIpcModule, __LINE__, level, __VA_ARGS__)
 
 // The bits of IpcPrivate::cb_state.
 enum CallbackState : int {
@@ -67,17 +67,9 @@ class IPC::IpcPrivate {
   bool poll_in_locked(int timeout_msec);
   bool require_connection(const char* operation);
   bool require_buffer(const char* operation, const void* data, int size);
+  void note_failure(const char* operation, const char* call, int problem);
+  void note_end(const char* operation, const char* call);
   void note_hangup(const char* operation, short revents);
 };
-
-// Closes a descriptor unless the number is -1; nobody could do anything about a
-// failure.
-void close_fd(int fd);
-
-// accept(2) for both kinds of channel: waits for a peer of `listener` and gives
-// its socket, with the peer's address in `address`, which may be null; -1 if none
-// came or on a failure, which is logged with `operation`.
-int accept_socket(IPC::IpcPrivate& listener, int timeout_msec, const char* operation,
-                  sockaddr_storage* address);
 
 }  // namespace zedipc

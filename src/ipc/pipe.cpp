@@ -3,15 +3,18 @@
 
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <mutex>
 #include <string>
+#include <utility>
 
 #include "ipc/ipc_private.h"
+#include "ipc/socket.h"
 
 namespace zedipc {
 
@@ -19,9 +22,30 @@ class Pipe::PipePrivate : public IPC::IpcPrivate {
  public:
   explicit PipePrivate(int argument) : pipe_arg(argument) {}
 
-  std::string path;        // the socket file to remove
-  bool owns_path = false;  // whether there is one; the empty name is one too
-  const int pipe_arg;      // kept for callers that pass one; nothing reads it
+  // The socket file that this object has to remove. Of several threads that close the
+  // listener only one takes it.
+  void own_path(std::string name) {
+    const std::lock_guard<std::mutex> lock(path_mutex_);
+    path_.swap(name);
+    owns_path_ = true;
+  }
+  std::string path() {
+    const std::lock_guard<std::mutex> lock(path_mutex_);
+    return path_;
+  }
+  bool take_path(std::string& name) {
+    const std::lock_guard<std::mutex> lock(path_mutex_);
+    name.swap(path_);
+    path_.clear();
+    return std::exchange(owns_path_, false);
+  }
+
+  const int pipe_arg;  // kept for callers that pass one; nothing reads it
+
+ private:
+  std::mutex path_mutex_;
+  std::string path_;
+  bool owns_path_ = false;  // the empty name is a name too
 };
 
 namespace {
@@ -52,11 +76,7 @@ class FileAddress {
 };
 
 int connect_to(int fd, const FileAddress& address) {
-  int result;
-  do {
-    result = ::connect(fd, address.get(), address.size());
-  } while (result == -1 && errno == EINTR);
-  return result;
+  return connect_socket(fd, address.get(), address.size());
 }
 
 bool bind_and_listen(int fd, const FileAddress& address) {
@@ -89,14 +109,14 @@ void store_credentials(char* remote_addr, const ucred& peer) {
 // Logs a bad name under the operation's own.
 bool check_name(const char* operation, const char* name) {
   if (FileAddress::valid(name)) return true;
-  ZEDIPC_LOG(kLogError, "Pipe::%s(): invalid pipe name '%s'\n", operation,
-             name == nullptr ? "<NULL>" : name);
+  ZEDIPC_IPC_LOG(kLogError, "Pipe::%s(): invalid pipe name '%s'\n", operation,
+                 name == nullptr ? "<NULL>" : name);
   return false;
 }
 
 int make_socket(const char* operation) {
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd == -1) ZEDIPC_LOG(kLogError, "Pipe::%s(): socket() failed\n", operation);
+  if (fd == -1) ZEDIPC_IPC_LOG(kLogError, "Pipe::%s(): socket() failed\n", operation);
   return fd;
 }
 
@@ -118,17 +138,18 @@ bool Pipe::listen(const char* name) {
   const LogChannelScope scope(kLogIpc);
   close();
   if (!check_name("listen", name)) return false;
-  const int fd = make_socket("listen");
-  if (fd == -1) return false;
-  if (!make_listener(fd, name)) {
-    close_fd(fd);
-    ZEDIPC_LOG(kLogError, "Pipe::listen(): bind()/listen() on pipe %s failed (fd=%d)\n", name, -1);
+  std::string path = name;
+  UniqueFd fd(make_socket("listen"));
+  if (!fd.valid()) return false;
+  if (!make_listener(fd.get(), name)) {
+    close_fd(fd.release());
+    ZEDIPC_IPC_LOG(kLogError, "Pipe::listen(): bind()/listen() on pipe %s failed (fd=%d)\n", name,
+                   -1);
     return false;
   }
-  pipe_private()->path = name;
-  pipe_private()->owns_path = true;
-  d->fd.store(fd, std::memory_order_relaxed);
-  ZEDIPC_LOG(kLogDebug, "Pipe::listen(): listening on pipe %s, fd=%d\n", name, fd);
+  pipe_private()->own_path(std::move(path));
+  ZEDIPC_IPC_LOG(kLogDebug, "Pipe::listen(): listening on pipe %s, fd=%d\n", name, fd.get());
+  d->fd.store(fd.release(), std::memory_order_relaxed);
   d->listener.store(true, std::memory_order_relaxed);
   return true;
 }
@@ -142,18 +163,18 @@ bool Pipe::connect(const char* name) {
   d->fd.store(fd, std::memory_order_relaxed);
   if (connect_to(fd, FileAddress(name)) == -1) {
     close();  // which clears the flags too, since there is a socket
-    ZEDIPC_LOG(kLogError, "Pipe::connect(): connect() to %s failed\n", name);
+    ZEDIPC_IPC_LOG(kLogError, "Pipe::connect(): connect() to %s failed\n", name);
     return false;
   }
   const ucred peer = peer_credentials(fd);
   store_credentials(d->remote_addr, peer);
   d->local_addr[0] = '\0';
   if (peer.pid != 0) {
-    ZEDIPC_LOG(kLogDebug,
-               "Pipe::connect(): connected to pipe %s (fd=%d) with pid=%d (uid=%u,gid=%u)!\n", name,
-               fd, peer.pid, peer.uid, peer.gid);
+    ZEDIPC_IPC_LOG(kLogDebug,
+                   "Pipe::connect(): connected to pipe %s (fd=%d) with pid=%d (uid=%u,gid=%u)!\n",
+                   name, fd, peer.pid, peer.uid, peer.gid);
   } else {
-    ZEDIPC_LOG(kLogDebug, "Pipe::connect(): connected to pipe %s\n", name);
+    ZEDIPC_IPC_LOG(kLogDebug, "Pipe::connect(): connected to pipe %s\n", name);
   }
   d->socket_ready();
   return true;
@@ -161,33 +182,31 @@ bool Pipe::connect(const char* name) {
 
 IPC* Pipe::accept(int timeout_msec) {
   const LogChannelScope scope(kLogIpc);
-  const int fd = accept_socket(*d, timeout_msec, "Pipe::accept", nullptr);
-  if (fd == -1) return nullptr;
-  const ucred peer = peer_credentials(fd);
-  Pipe* const session = new Pipe();
-  session->d->fd.store(fd, std::memory_order_relaxed);
-  session->d->socket_ready();
+  UniqueFd fd(accept_socket(*d, timeout_msec, "Pipe::accept", nullptr));
+  if (!fd.valid()) return nullptr;
+  const ucred peer = peer_credentials(fd.get());
+  const std::string path = pipe_private()->path();
+  auto session = std::make_unique<Pipe>();
   store_credentials(session->d->remote_addr, peer);
-  const char* const path = pipe_private()->path.c_str();
   if (peer.pid != 0) {
-    ZEDIPC_LOG(
+    ZEDIPC_IPC_LOG(
         kLogDebug,
         "Pipe::accept(): accepted new session on pipe %s (afd=%d) from pid=%d (uid=%u,gid=%u)!\n",
-        path, fd, peer.pid, peer.uid, peer.gid);
+        path.c_str(), fd.get(), peer.pid, peer.uid, peer.gid);
   } else {
-    ZEDIPC_LOG(kLogDebug, "Pipe::accept(): accepted new session on pipe %s (afd=%d)!\n", path, fd);
+    ZEDIPC_IPC_LOG(kLogDebug, "Pipe::accept(): accepted new session on pipe %s (afd=%d)!\n",
+                   path.c_str(), fd.get());
   }
-  return session;
+  session->d->fd.store(fd.release(), std::memory_order_relaxed);
+  session->d->socket_ready();
+  return session.release();
 }
 
 void Pipe::close() {
   const LogChannelScope scope(kLogIpc);
   IPC::close();
-  PipePrivate* const p = pipe_private();
-  if (!p->owns_path) return;
-  std::remove(p->path.c_str());
-  p->path.clear();
-  p->owns_path = false;
+  std::string path;
+  if (pipe_private()->take_path(path)) std::remove(path.c_str());
 }
 
 }  // namespace zedipc

@@ -10,12 +10,12 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <string>
 
 #include "base/number.h"
 #include "ipc/ipc_private.h"
+#include "ipc/socket.h"
 
 namespace zedipc {
 
@@ -68,24 +68,20 @@ int bind_first(const addrinfo* list, const char* node, unsigned short port) {
   for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next) {
     const int fd = make_socket(*entry);
     if (fd == -1) {
-      ZEDIPC_LOG(kLogError, "TCP::listen() socket() failed\n");
+      ZEDIPC_IPC_LOG(kLogError, "TCP::listen() socket() failed\n");
       continue;
     }
     set_option(fd, SOL_SOCKET, SO_REUSEADDR, 1);
     if (::bind(fd, entry->ai_addr, entry->ai_addrlen) == 0) return fd;
-    ZEDIPC_LOG(kLogError, "TCP::listen() bind() failed for %s:%d, close fd=%d\n",
-               node == nullptr ? "" : node, port, fd);
+    ZEDIPC_IPC_LOG(kLogError, "TCP::listen() bind() failed for %s:%d, close fd=%d\n",
+                   node == nullptr ? "" : node, port, fd);
     close_fd(fd);
   }
   return -1;
 }
 
-int connect_blocking(int fd, const addrinfo& entry) {
-  int result;
-  do {
-    result = ::connect(fd, entry.ai_addr, entry.ai_addrlen);
-  } while (result == -1 && errno == EINTR);
-  return result;
+int connect_to(int fd, const addrinfo& entry) {
+  return connect_socket(fd, entry.ai_addr, entry.ai_addrlen);
 }
 
 // Whether a connection that is being made stands within the timeout.
@@ -103,7 +99,7 @@ bool await_connection(int fd, int timeout_msec) {
 
 bool connect_within(int fd, const addrinfo& entry, int timeout_msec) {
   set_nonblocking(fd, true);
-  if (connect_blocking(fd, entry) == -1) {
+  if (connect_to(fd, entry) == -1) {
     if (errno != EINPROGRESS || !await_connection(fd, timeout_msec)) return false;
   }
   set_nonblocking(fd, false);
@@ -116,8 +112,8 @@ int connect_first(const addrinfo* list, int timeout_msec, char* remote_addr) {
   for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next) {
     const int fd = make_socket(*entry);
     if (fd == -1) continue;
-    const bool connected = timeout_msec < 0 ? connect_blocking(fd, *entry) == 0
-                                            : connect_within(fd, *entry, timeout_msec);
+    const bool connected =
+        timeout_msec < 0 ? connect_to(fd, *entry) == 0 : connect_within(fd, *entry, timeout_msec);
     if (connected) {
       sockaddr_text(remote_addr, entry->ai_addr);
       return fd;
@@ -173,22 +169,22 @@ bool TCP::listen(unsigned short port, const char* node) {
   hints.ai_socktype = SOCK_STREAM;
   AddressList list(nullptr, ::freeaddrinfo);
   if (const int problem = look_up(node, port, hints, list)) {
-    ZEDIPC_LOG(kLogError, "TCP::listen() getaddrinfo() for %s:%d failed with error %d\n",
-               node == nullptr ? "" : node, port, problem);
+    ZEDIPC_IPC_LOG(kLogError, "TCP::listen() getaddrinfo() for %s:%d failed with error %d\n",
+                   node == nullptr ? "" : node, port, problem);
     return false;
   }
   const int fd = bind_first(list.get(), node, port);
   if (fd == -1) {
-    ZEDIPC_LOG(kLogError, "TCP::listen() failed\n");
+    ZEDIPC_IPC_LOG(kLogError, "TCP::listen() failed\n");
     return false;
   }
   if (::listen(fd, kBacklog) == -1) {
     close_fd(fd);
-    ZEDIPC_LOG(kLogError, "TCP::listen(): listen() failed (fd=%d)\n", fd);
+    ZEDIPC_IPC_LOG(kLogError, "TCP::listen(): listen() failed (fd=%d)\n", fd);
     return false;
   }
-  ZEDIPC_LOG(kLogDebug, "TCP::listen(): listening on port %d (ip=%s), fd=%d\n", port,
-             node == nullptr ? "any" : node, fd);
+  ZEDIPC_IPC_LOG(kLogDebug, "TCP::listen(): listening on port %d (ip=%s), fd=%d\n", port,
+                 node == nullptr ? "any" : node, fd);
   store_local_address(d->local_addr, fd);
   d->remote_addr[0] = '\0';
   d->fd.store(fd, std::memory_order_relaxed);
@@ -200,28 +196,28 @@ bool TCP::connect(const char* host, unsigned short port, int timeout_msec) {
   const LogChannelScope scope(kLogIpc);
   close();
   if (host == nullptr) {
-    ZEDIPC_LOG(kLogError, "TCP::connect(): no hostname\n");
+    ZEDIPC_IPC_LOG(kLogError, "TCP::connect(): no hostname\n");
     return false;
   }
   std::string name = host;
   split_host(name, port);
   if (port == 0) {
-    ZEDIPC_LOG(kLogError, "TCP::connect(): invalid port\n");
+    ZEDIPC_IPC_LOG(kLogError, "TCP::connect(): invalid port\n");
     return false;
   }
   addrinfo hints{};
   hints.ai_socktype = SOCK_STREAM;
   AddressList list(nullptr, ::freeaddrinfo);
   if (const int problem = look_up(name.c_str(), port, hints, list)) {
-    ZEDIPC_LOG(kLogError, "TCP::connect() getaddrinfo failed error %d\n", problem);
+    ZEDIPC_IPC_LOG(kLogError, "TCP::connect() getaddrinfo failed error %d\n", problem);
     return false;
   }
   const int fd = connect_first(list.get(), timeout_msec, d->remote_addr);
   if (fd == -1) {
-    ZEDIPC_LOG(kLogError, "TCP::connect(): failed to connect to %s:%d\n", host, port);
+    ZEDIPC_IPC_LOG(kLogError, "TCP::connect(): failed to connect to %s:%d\n", host, port);
     return false;
   }
-  ZEDIPC_LOG(kLogDebug, "TCP::connect(): connected to %s:%d (fd=%d)\n", host, port, fd);
+  ZEDIPC_IPC_LOG(kLogDebug, "TCP::connect(): connected to %s:%d (fd=%d)\n", host, port, fd);
   set_connection_options(fd);
   store_local_address(d->local_addr, fd);
   d->fd.store(fd, std::memory_order_relaxed);
@@ -232,15 +228,15 @@ bool TCP::connect(const char* host, unsigned short port, int timeout_msec) {
 IPC* TCP::accept(int timeout_msec) {
   const LogChannelScope scope(kLogIpc);
   sockaddr_storage storage{};
-  const int fd = accept_socket(*d, timeout_msec, "TCP::accept", &storage);
-  if (fd == -1) return nullptr;
-  set_connection_options(fd);
-  TCP* const session = new TCP();
+  UniqueFd fd(accept_socket(*d, timeout_msec, "TCP::accept", &storage));
+  if (!fd.valid()) return nullptr;
+  set_connection_options(fd.get());
+  auto session = std::make_unique<TCP>();
   sockaddr_text(session->d->remote_addr, reinterpret_cast<const sockaddr*>(&storage));
-  store_local_address(session->d->local_addr, fd);
-  session->d->fd.store(fd, std::memory_order_relaxed);
+  store_local_address(session->d->local_addr, fd.get());
+  session->d->fd.store(fd.release(), std::memory_order_relaxed);
   session->d->socket_ready();
-  return session;
+  return session.release();
 }
 
 bool TCP::setFD(int fd) {

@@ -27,10 +27,13 @@ JSObject& JSObject::operator=(const JSObject& other) {
   return *this;
 }
 
-void JSObject::becomeObject() {
-  if (kind() == kObject) return;
-  elements_.clear();
-  setKind(kObject);
+std::vector<JSObject> JSObject::becomeObject() {
+  std::vector<JSObject> former;
+  if (kind() != kObject) {
+    former.swap(elements_);
+    setKind(kObject);
+  }
+  return former;
 }
 
 void JSObject::becomeArray() {
@@ -49,7 +52,7 @@ JSObject& JSObject::missing() {
 JSObject& JSObject::operator()(const char* key) { return (*this)(std::string(key)); }
 
 JSObject& JSObject::operator()(const std::string& key) {
-  becomeObject();
+  const std::vector<JSObject> former = becomeObject();  // the key may be a part of it
   return members_[key];
 }
 

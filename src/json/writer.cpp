@@ -157,7 +157,11 @@ void JSObject::dump(std::string& out, Filter filter) const {
 
 void JSObject::dump(std::string& out) const { dump(out, nullptr); }
 
-std::string JSObject::dump() const { return logdump(nullptr); }
+std::string JSObject::dump() const {
+  std::string out;
+  dump(out, nullptr);
+  return out;
+}
 
 std::string JSObject::logdump(Filter filter) const {
   std::string out;

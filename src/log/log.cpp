@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "log/log.h"
 
-#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -31,12 +30,8 @@ std::int32_t nfy_mask = 0;  // of both notification channels
 
 FILE* const log_stream = stderr;
 
-pthread_key_t channel_key;
-pthread_once_t channel_key_once = PTHREAD_ONCE_INIT;
-
-void delete_channel(void* slot) { delete static_cast<int*>(slot); }
-
-void create_channel_key() { pthread_key_create(&channel_key, delete_channel); }
+// The model makes it as cheap as a plain variable, and it cannot fail.
+thread_local int thread_channel __attribute__((tls_model("initial-exec"))) = kLogNoChannel;
 
 bool is_valid(int channel) { return static_cast<unsigned>(channel) < kLogChannels; }
 
@@ -115,15 +110,7 @@ void dbg_vlog(const char* module, int line, unsigned level, const char* format, 
   std::vfprintf(log_stream, format, ap);
 }
 
-int& dbg_log_channel() {
-  pthread_once(&channel_key_once, create_channel_key);
-  auto* slot = static_cast<int*>(pthread_getspecific(channel_key));
-  if (slot == nullptr) {
-    slot = new int(kLogNoChannel);
-    pthread_setspecific(channel_key, slot);
-  }
-  return *slot;
-}
+int& dbg_log_channel() { return thread_channel; }
 
 const char* pid_text(char* buffer) {
   std::snprintf(buffer, kPidText, "PID %d", static_cast<int>(getpid()));
