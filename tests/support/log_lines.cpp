@@ -1,24 +1,51 @@
 // SPDX-License-Identifier: MIT
 #include "support/log_lines.h"
 
-#include <regex>
 #include <sstream>
 
 namespace zedipc::test {
 
+namespace {
+
+// Takes the part of `line` up to `end` off its front.
+std::string take(std::string& line, char end) {
+  const std::size_t found = line.find(end);
+  if (found == std::string::npos) return std::string();
+  const std::string part = line.substr(0, found);
+  line.erase(0, found + 1);
+  return part;
+}
+
+bool is_number(const std::string& text) {
+  return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+// IPC|file:line|PID 1234|12.345|channel:level|message
+bool parse_line(std::string line, LogLine& result) {
+  if (take(line, '|') != "IPC") return false;
+  result.file = take(line, ':');
+  const std::string number = take(line, '|');
+  result.process = take(line, '|');
+  result.stamp = take(line, '|');
+  result.channel = take(line, ':');
+  result.level = take(line, '|');
+  result.message = line;
+  if (!is_number(number) || result.process.rfind("PID ", 0) != 0 || result.level.empty()) {
+    return false;
+  }
+  result.line = std::stoi(number);
+  return true;
+}
+
+}  // namespace
+
 std::vector<LogLine> parse_log(const std::string& text) {
-  static const std::regex pattern(
-      R"(IPC\|([^:|]*):(\d+)\|(PID \d+)\|(-?\d+\.\d{3})\|([A-Z]+):([a-z]+)\|(.*))");
   std::vector<LogLine> lines;
   std::istringstream in(text);
   std::string line;
+  LogLine parsed;
   while (std::getline(in, line)) {
-    std::smatch m;
-    // Long messages are cut off ahead of the match: the library's regex recurses.
-    const std::string head = line.substr(0, 200);
-    if (!std::regex_match(head, m, pattern)) continue;
-    const auto message = static_cast<std::size_t>(m.position(7));
-    lines.push_back({m[1], std::stoi(m[2]), m[3], m[4], m[5], m[6], line.substr(message)});
+    if (parse_line(line, parsed)) lines.push_back(parsed);
   }
   return lines;
 }

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: MIT
+// What the example programs share: how they end, and how they say that there is no server.
+#pragma once
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <cstdlib>
+#include <string>
+
+namespace example {
+
+// The exit status of every example.
+constexpr int kDone = 0;
+constexpr int kFailed = 1;
+constexpr int kUsage = 2;
+
+// Ctrl-C (SIGINT) and SIGTERM, as something to wait for.
+//
+// Make it first of all: threads inherit the mask of the thread that starts them, and
+// the library starts its own at the first call. With the signals blocked in all of
+// them, one thread fetches a signal at a moment of its own choice, and none has to
+// live with the narrow rules of a signal handler.
+class EndSignal {
+ public:
+  EndSignal() {
+    sigemptyset(&signals_);
+    sigaddset(&signals_, SIGINT);
+    sigaddset(&signals_, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+  }
+
+  // Returns when the program is asked to end. A second signal ends it at once, in case
+  // the tidying up waits for a server that does not answer.
+  void wait() const {
+    int signal = 0;
+    sigwait(&signals_, &signal);
+    pthread_sigmask(SIG_UNBLOCK, &signals_, nullptr);
+  }
+
+ private:
+  sigset_t signals_;
+};
+
+// The host that the library looks for the notification server on.
+inline std::string server_host() {
+  const char* const host = std::getenv("NOTIFY_SERVER");
+  return host != nullptr ? host : "127.0.0.1";
+}
+
+// What a result of -1 nearly always means.
+inline std::string no_server() {
+  return "no notification server answers at " + server_host() +
+         ", port 5899. Start the program 'server', or name its host in NOTIFY_SERVER.";
+}
+
+}  // namespace example
