@@ -8,21 +8,28 @@
 ///
 /// A process has one client with one connection. It connects at the first call
 /// that needs it, to the host in the environment variable NOTIFY_SERVER
-/// ("127.0.0.1" if that is not set), TCP port 5899. When the connection is
-/// lost it is made again, within 10 seconds of the server's return or at the
-/// next call that needs it, and the server is told of all registrations again.
-/// What is sent meanwhile is not kept.
+/// ("127.0.0.1" if that is not set), TCP port 5899. A connection that was lost
+/// is made again by the next call that needs it, or by the library, which tries
+/// every 10 seconds; the server is then told of all registrations again. What
+/// is sent meanwhile is not kept.
 ///
 /// Threads: any thread may call any function here. Callbacks run on a thread of
 /// their own for each call, several at a time and in no particular order; the
-/// same callback can run more than once at a time. A callback may call every
-/// function here, except that it never returns from registering or unregistering
-/// its own registration: that waits for the callback itself to end.
+/// same callback can run more than once at a time.
 ///
 /// Blocking: making a connection takes as long as the system's TCP takes, and
 /// sending blocks while the server does not read. Unregistering waits until the
-/// callbacks that it removes have ended, so that their data may be freed then.
-/// Until they have, every other call that looks at registrations waits too.
+/// callbacks that it removes have ended, so that their data may be freed then;
+/// changing a priority waits for them too. While one of these waits, every call
+/// waits that looks at registrations or at the application id: all but an
+/// `ipcNotify` that names its sender and succeeds.
+///
+/// From a callback the functions here may be called, with two exceptions, which
+/// block the client for ever: a callback must not unregister its own
+/// registration or register it anew as a notification callback, and while
+/// another thread waits for the callback to end it must not make a call that
+/// waits for that thread. `ipcNotify` with a sender named is safe as long as it
+/// succeeds.
 ///
 /// Errors: results are 0 for success, or a negative number as told at each
 /// function. No function throws of its own accord.
@@ -61,7 +68,7 @@ using ObserverCallback = void (*)(void* data, const std::string& from, const std
 /// @name Server
 /// @{
 
-/// Runs the notification server on the calling thread, without rules: it
+/// Runs the notification server on the calling thread, without a rule file: it
 /// serves this machine alone, on 127.0.0.1.
 /// @return only if it could not start: -3 if a server runs in this process
 ///   already or port 5899 cannot be opened
@@ -94,8 +101,9 @@ ZEDIPC_EXPORT std::string ipcGetAppID();
 /// @param to "*" for everybody who is registered for it, "1" for the receiver
 ///   with the highest priority whatever its name, else the receiver's name
 /// @param notification its name
-/// @param parameter any value; the text of the whole message may take 524288
-///   bytes
+/// @param parameter any value. A message whose text exceeds 524288 bytes, about
+///   25 of which the server needs for itself, is lost without a word; one that
+///   only its receiver finds too long also costs the receiver its connection.
 /// @param flags passed through; no bit has a meaning to the service
 /// @param from the sender's name; "" for the one set by `ipcSetAppID`
 /// @return 0 if it was written to the server, which says nothing of its
@@ -145,7 +153,7 @@ ZEDIPC_EXPORT int ipcRegisterObserver(ObserverCallback cb, void* data = nullptr)
 
 /// Removes observers; null arguments as for `ipcUnregisterNotificationCB`.
 /// Makes no connection.
-/// @return 0; -1 if the last one went and the server could not be told
+/// @return 0; -1 if no observer is left and the server could not be told
 ZEDIPC_EXPORT int ipcUnregisterObserver(ObserverCallback cb, void* data = nullptr);
 
 /// Registers a callback for notifications of this process that nobody took. It

@@ -2,9 +2,9 @@
 // The notification client's state. A process has one client, which begins with its
 // first call and never ends.
 //
-// Locks: connect_lock or table_lock first, never both; then send_lock; then
-// table_create_lock, a record's lock or change_lock, which are innermost. No
-// callback runs under any of them but the shared hold on its own record.
+// Locks: connect_lock or table_lock first, never both; then a record's lock, which the
+// record's running callbacks hold shared; then send_lock; and innermost, for a moment,
+// table_create_lock or change_lock.
 #pragma once
 
 #include <pthread.h>
@@ -50,10 +50,22 @@ struct UnicastErrorRecord {
   void* const data;
 };
 
+// The server knows a client's records by their group, (to, notification).
+inline bool in_group(const NotificationRecord& record, const std::string& to,
+                     const std::string& notification) {
+  return record.to == to && record.notification == notification;
+}
+
 // In order of registration. Records belong to their table.
 using NotificationTable = std::vector<NotificationRecord*>;
 using ObserverTable = std::vector<ObserverRecord*>;
 using UnicastErrorTable = std::vector<UnicastErrorRecord*>;
+
+// The results of the public calls.
+constexpr int kDone = 0;
+constexpr int kNotTold = -1;  // no connection, or a message could not be written
+constexpr int kNoName = -2;
+constexpr int kRemoteObserver = -3;
 
 class Restoration;
 

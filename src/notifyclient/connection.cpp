@@ -18,6 +18,9 @@ namespace zedipc {
 namespace {
 
 constexpr char kDefaultHost[] = "127.0.0.1";
+constexpr SendResult kNoIpc = {false, "NO IPC", nullptr, 0};
+
+bool has_connection() { return client.server_ipc.load(std::memory_order_acquire) != nullptr; }
 
 // By the host's spelling alone: the server knows its own clients of this machine by
 // the address that exactly these two names stand for.
@@ -35,15 +38,6 @@ bool tell_registration(IPC* channel, const Restoration::Registered& record) {
   return false;
 }
 
-bool tell_observer(IPC* channel, const char* type) {
-  const std::string message = plain_message(type);
-  const SendResult result = send_to_server(channel, message);
-  if (result.sent) return true;
-  ZEDIPC_CLIENT_LOG(kLogError, "init(): write_msg() on ipc=%p failed (%s), msg=%s\n", result.ipc,
-                    result.reason, message.c_str());
-  return false;
-}
-
 bool tell(IPC* channel, const Restoration::News& news) {
   for (const auto& group : news.removed) {
     if (!unregister_client(channel, group.first, group.second).sent) return false;
@@ -51,7 +45,8 @@ bool tell(IPC* channel, const Restoration::News& news) {
   for (const auto& record : news.registered) {
     if (!tell_registration(channel, record)) return false;
   }
-  return news.observer_message == nullptr || tell_observer(channel, news.observer_message);
+  return news.observer_message == nullptr ||
+         send_or_log("init", channel, plain_message(news.observer_message)).sent;
 }
 
 // Tells the server of all registrations, and only then lets other threads use the
@@ -78,7 +73,7 @@ void start_reader() {
 // Connects and restores. A null host stands for the one that the environment names,
 // which is asked anew each time. The caller holds connect_lock.
 bool init(const char* host) {
-  if (client.server_ipc.load(std::memory_order_acquire) != nullptr) return true;
+  if (has_connection()) return true;
   std::string name = host == nullptr ? "" : host;
   if (host == nullptr && !env_lookup("NOTIFY_SERVER", name)) name = kDefaultHost;
   client.remote_client.store(!is_this_machine(name), std::memory_order_relaxed);
@@ -99,49 +94,46 @@ bool init(const char* host) {
   return true;
 }
 
-// Sends one message about a group, and logs a failure under the function's name.
+// Sends one message about a group; without a connection the failure has words of its
+// own.
 SendResult tell_group(const char* function, IPC* connection, const JSObject& message) {
-  const std::string text = message.dump();
-  const SendResult result = send_to_server(connection, text);
-  if (!result.sent) {
-    ZEDIPC_CLIENT_LOG(kLogError, "%s(): write_msg() on ipc=%p failed (%s), msg=%s\n", function,
-                      result.ipc, result.reason, text.c_str());
+  if (connection == kCurrentConnection && !has_connection()) {
+    ZEDIPC_CLIENT_LOG(kLogError, "%s(): failed (NO IPC)\n", function);
+    return kNoIpc;
   }
-  return result;
+  return send_or_log(function, connection, message.dump());
 }
-
-// Whether there is a connection to write on; logs that there is none.
-bool have_connection(const char* function, const IPC* connection) {
-  if (connection != nullptr || client.server_ipc.load(std::memory_order_relaxed) != nullptr) {
-    return true;
-  }
-  ZEDIPC_CLIENT_LOG(kLogError, "%s(): failed (NO IPC)\n", function);
-  return false;
-}
-
-constexpr SendResult kNoConnection = {false, "NO IPC", nullptr, 0};
 
 }  // namespace
 
 bool ensure_connected() {
-  if (client.server_ipc.load(std::memory_order_acquire) != nullptr) return true;
+  if (has_connection()) return true;
   const std::lock_guard<std::mutex> lock(client.connect_lock);
   return init(nullptr);
 }
 
 SendResult send_to_server(IPC* connection, const std::string& message) {
   const std::lock_guard<std::mutex> lock(client.send_lock);
-  IPC* const ipc =
-      connection != nullptr ? connection : client.server_ipc.load(std::memory_order_acquire);
-  if (ipc == nullptr) return kNoConnection;
+  IPC* const ipc = connection != kCurrentConnection
+                       ? connection
+                       : client.server_ipc.load(std::memory_order_acquire);
+  if (ipc == nullptr) return kNoIpc;
   const std::uint32_t epoch = client.connection_epoch.load(std::memory_order_relaxed);
   if (ipc->write_msg(NOTIFY_FRAME_ID, NOTIFY_FRAME_TAG, message)) return {true, "", ipc, epoch};
   return {false, ipc->eof() ? "EOF" : "ERROR", ipc, epoch};
 }
 
+SendResult send_or_log(const char* function, IPC* connection, const std::string& message) {
+  const SendResult result = send_to_server(connection, message);
+  if (!result.sent) {
+    ZEDIPC_CLIENT_LOG(kLogError, "%s(): write_msg() on ipc=%p failed (%s), msg=%s\n", function,
+                      result.ipc, result.reason, message.c_str());
+  }
+  return result;
+}
+
 SendResult register_client(IPC* connection, const std::string& to, const std::string& notification,
                            int priority) {
-  if (!have_connection("register_client", connection)) return kNoConnection;
   JSObject message;
   message(kKeyType) = kTypeRegister;
   message(kKeyTo) = to;
@@ -152,7 +144,6 @@ SendResult register_client(IPC* connection, const std::string& to, const std::st
 
 SendResult unregister_client(IPC* connection, const std::string& to,
                              const std::string& notification) {
-  if (!have_connection("unregister_client", connection)) return kNoConnection;
   JSObject message;
   message(kKeyType) = kTypeUnregister;
   message(kKeyTo) = to;

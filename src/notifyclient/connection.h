@@ -20,12 +20,16 @@ struct SendResult {
   std::uint32_t epoch;  // the connection's
 };
 
-// Writes one message on `connection`, or, if that is null, on the connection that
-// stands at the moment. Logs nothing; a failure leaves the connection to its reader.
-SendResult send_to_server(IPC* connection, const std::string& message);
+// In the place of a connection: the one that stands when the message is written.
+constexpr IPC* kCurrentConnection = nullptr;
 
-// Tell the server of a group (to, notification) of this client; `connection` as
-// above. Log a failure.
+// Writes one message on `connection`. Logs nothing; a failure leaves the connection to
+// its reader.
+SendResult send_to_server(IPC* connection, const std::string& message);
+// The same, and logs a failure as the function's.
+SendResult send_or_log(const char* function, IPC* connection, const std::string& message);
+
+// Tell the server of a group (to, notification) of this client. Log a failure.
 SendResult register_client(IPC* connection, const std::string& to, const std::string& notification,
                            int priority);
 SendResult unregister_client(IPC* connection, const std::string& to,

@@ -14,10 +14,6 @@ namespace zedipc {
 
 namespace {
 
-constexpr int kSent = 0;
-constexpr int kNotSent = -1;
-constexpr int kNoName = -2;
-
 // The sender's name: an empty one stands for the application id. Whoever names a
 // sender needs no lock that a callback could be waiting for.
 bool resolve_sender(std::string& from) {
@@ -82,19 +78,19 @@ int ipcNotify(const std::string& to, const std::string& notification, const JSOb
     report_unicast_error(call);
     ZEDIPC_CLIENT_LOG(kLogError,
                       "ipcNotify(): notification server is not running (connect failed)\n");
-    return kNotSent;
+    return kNotTold;
   }
   const std::string text = message_text(call);
-  const SendResult result = send_to_server(nullptr, text);
+  const SendResult result = send_to_server(kCurrentConnection, text);
   if (!result.sent) {
     report_unicast_error(call);
     ZEDIPC_CLIENT_LOG(kLogError, "ipcNotify(): write_msg() on ipc=%p failed (%s), msg=%s\n",
                       result.ipc, result.reason, text.c_str());
-    return kNotSent;
+    return kNotTold;
   }
   ZEDIPC_CLIENT_LOG(kLogInfo, "ipcNotify(): notification sent successfully, msg='%s'\n",
                     text.c_str());
-  return kSent;
+  return kDone;
 }
 
 }  // namespace zedipc

@@ -62,12 +62,7 @@ void invoke(const char* kind, Record& record, const Call& call) {
 
 // The server looks for somebody else, or tells the sender that there is nobody.
 void send_back(JSObject& message, LogLevel level, const char* why) {
-  const std::string text = message.dump();
-  const SendResult result = send_to_server(nullptr, text);
-  if (!result.sent) {
-    ZEDIPC_CLIENT_LOG(kLogError, "reader_thread(): write_msg() on ipc=%p failed (%s), msg=%s\n",
-                      result.ipc, result.reason, text.c_str());
-  }
+  send_or_log("reader_thread", kCurrentConnection, message.dump());
   ZEDIPC_CLIENT_LOG(level,
                     "reader_thread(): returned notification '%s' back to server, since no %s\n",
                     message(kKeyNotification).getString().c_str(), why);

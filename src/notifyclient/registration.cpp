@@ -19,11 +19,6 @@ namespace zedipc {
 
 namespace {
 
-constexpr int kDone = 0;
-constexpr int kNoConnection = -1;
-constexpr int kNoName = -2;
-constexpr int kRemoteObserver = -3;
-
 bool connected_for(const char* function) {
   if (ensure_connected()) return true;
   ZEDIPC_CLIENT_LOG(kLogError, "%s(): notification server is not running (connect failed)\n",
@@ -60,12 +55,7 @@ Record* find_record(const std::vector<Record*>& table, Callback cb, const void* 
   return found == table.end() ? nullptr : *found;
 }
 
-bool in_group(const NotificationRecord& record, const std::string& to,
-              const std::string& notification) {
-  return record.to == to && record.notification == notification;
-}
-
-// Removes the records for which `doomed` gives true; `after` is told of each.
+// Removes the records for which `doomed` gives true; `after` is called after each.
 template <typename Record, typename Predicate, typename After>
 void remove_records(std::vector<Record*>& table, Predicate doomed, After after) {
   for (std::size_t i = 0; i < table.size();) {
@@ -107,13 +97,14 @@ int register_notification(const Wanted& wanted) {
       highest = std::max(highest, record->priority);
     }
   }
-  const SendResult told = register_client(nullptr, wanted.to, wanted.notification, highest);
+  const SendResult told =
+      register_client(kCurrentConnection, wanted.to, wanted.notification, highest);
   if (!told.sent) {
     ZEDIPC_CLIENT_LOG(kLogError,
                       "ipcRegisterNotificationCB(): server registration failed (to='%s', "
                       "notification='%s', prio=%d)\n",
                       wanted.to.c_str(), wanted.notification.c_str(), highest);
-    return kNoConnection;
+    return kNotTold;
   }
   bool tell_again = false;
   if (own == nullptr) {
@@ -127,7 +118,7 @@ int register_notification(const Wanted& wanted) {
     tell_again = change_priority(*own, wanted.priority, told.epoch);
     log_registration("registration updated with new priority", wanted);
   }
-  if (tell_again) register_client(nullptr, wanted.to, wanted.notification, highest);
+  if (tell_again) register_client(kCurrentConnection, wanted.to, wanted.notification, highest);
   return kDone;
 }
 
@@ -141,19 +132,19 @@ int tell_of_removal(const std::string& to, const std::string& notification) {
     highest = std::max(highest, record->priority);
   }
   if (any_left) {
-    const bool sent = register_client(nullptr, to, notification, highest).sent;
+    const bool sent = register_client(kCurrentConnection, to, notification, highest).sent;
     ZEDIPC_CLIENT_LOG(sent ? kLogInfo : kLogError,
                       "ipcUnregisterNotificationCB(): server registration priority update %s "
                       "(to='%s', notification='%s', prio=%d)\n",
                       sent ? "successfull" : "failed", to.c_str(), notification.c_str(), highest);
-    return sent ? kDone : kNoConnection;
+    return sent ? kDone : kNotTold;
   }
-  const bool sent = unregister_client(nullptr, to, notification).sent;
+  const bool sent = unregister_client(kCurrentConnection, to, notification).sent;
   ZEDIPC_CLIENT_LOG(sent ? kLogInfo : kLogError,
                     "ipcUnregisterNotificationCB(): server unregistration %s (to='%s', "
                     "notification='%s')\n",
                     sent ? "successfull" : "failed", to.c_str(), notification.c_str());
-  return sent ? kDone : kNoConnection;
+  return sent ? kDone : kNotTold;
 }
 
 }  // namespace
@@ -182,7 +173,7 @@ int ipcRegisterNotificationCB(const std::string& notification, NotificationCallb
   }
   std::string name = to;
   if (!resolve_name(kName, name)) return kNoName;
-  if (!connected_for(kName)) return kNoConnection;
+  if (!connected_for(kName)) return kNotTold;
   const std::lock_guard<std::mutex> lock(client.table_lock);
   return register_notification({name, notification, cb, data, priority});
 }
@@ -193,15 +184,16 @@ int ipcUnregisterNotificationCB(const std::string& notification, NotificationCal
   const LogChannelScope scope(kLogNotifyClient);
   std::string name = to;
   if (!resolve_name(kName, name)) return kNoName;
-  if (!connected_for(kName)) return kNoConnection;
+  if (!connected_for(kName)) return kNotTold;
   const std::lock_guard<std::mutex> lock(client.table_lock);
+  bool removed = false;
   remove_records(
       lazy_table(client.notification_table),
       [&](const NotificationRecord& record) {
         return in_group(record, name, notification) && names(cb, data, record);
       },
-      [] {});
-  note_removal(name, notification);
+      [&] { removed = true; });
+  if (removed) note_removal(name, notification);
   return tell_of_removal(name, notification);
 }
 
@@ -212,7 +204,7 @@ int ipcRegisterObserver(ObserverCallback cb, void* data) {
     warn_of_deprecated_use(kName);
     return ipcUnregisterObserver(nullptr, data);
   }
-  if (!connected_for(kName)) return kNoConnection;
+  if (!connected_for(kName)) return kNotTold;
   if (client.remote_client.load(std::memory_order_relaxed)) {
     ZEDIPC_CLIENT_LOG(
         kLogError,
@@ -227,14 +219,10 @@ int ipcRegisterObserver(ObserverCallback cb, void* data) {
     return kDone;
   }
   const std::string message = plain_message(kTypeRegisterObserver);
-  const SendResult told = send_to_server(nullptr, message);
-  if (!told.sent) {
-    ZEDIPC_CLIENT_LOG(kLogError,
-                      "ipcRegisterObserver(): write_msg() on ipc=%p failed (%s), msg=%s\n",
-                      told.ipc, told.reason, message.c_str());
-    return kNoConnection;
-  }
-  if (add_record(new ObserverRecord{{}, cb, data}, told.epoch)) send_to_server(nullptr, message);
+  const SendResult told = send_or_log(kName, kCurrentConnection, message);
+  if (!told.sent) return kNotTold;
+  if (add_record(new ObserverRecord{{}, cb, data}, told.epoch))
+    send_to_server(kCurrentConnection, message);
   ZEDIPC_CLIENT_LOG(kLogInfo,
                     "ipcRegisterObserver(): observer callback registered (cb=%p, data%p)\n",
                     printable(cb), data);
@@ -254,13 +242,7 @@ int ipcUnregisterObserver(ObserverCallback cb, void* data) {
       });
   if (!table.empty()) return kDone;
   const std::string message = plain_message(kTypeUnregisterObserver);
-  const SendResult told = send_to_server(nullptr, message);
-  if (!told.sent) {
-    ZEDIPC_CLIENT_LOG(kLogError,
-                      "ipcUnregisterObserver(): write_msg() on ipc=%p failed (%s), msg=%s\n",
-                      told.ipc, told.reason, message.c_str());
-    return kNoConnection;
-  }
+  if (!send_or_log("ipcUnregisterObserver", kCurrentConnection, message).sent) return kNotTold;
   // The other function's name is what readers of the log look for.
   ZEDIPC_CLIENT_LOG(kLogInfo, "ipcRegisterObserver(): client unregistered in server\n");
   return kDone;

@@ -1,15 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "notifyclient/tables.h"
 
-#include <type_traits>
-
 #include "protocol/protocol.h"
 
 namespace zedipc {
-
-static_assert(std::is_trivially_destructible<ClientState>::value,
-              "threads of the client use it until the process has gone");
-ClientState client;
 
 namespace {
 
@@ -18,14 +12,20 @@ bool newer_stands(std::uint32_t sent) {
   return client.epoch != sent && client.server_ipc.load(std::memory_order_relaxed) != nullptr;
 }
 
-}  // namespace
-
-bool current_app_id(std::string& id) {
-  const std::lock_guard<std::mutex> lock(client.change_lock);
-  if (client.app_id == nullptr) return false;
-  id = *client.app_id;
-  return !id.empty();
+// change_lock is held. The server keeps what it was told last, so that a change to one
+// record of a group has all of them told once more, in their order. False if the group
+// has none.
+bool tell_group_anew(const std::string& to, const std::string& notification) {
+  bool any = false;
+  for (NotificationRecord* const record : lazy_table(client.notification_table)) {
+    if (!in_group(*record, to, notification)) continue;
+    record->told = false;
+    any = true;
+  }
+  return any;
 }
+
+}  // namespace
 
 bool add_record(NotificationRecord* record, std::uint32_t sent) {
   auto& table = lazy_table(client.notification_table);
@@ -45,21 +45,15 @@ bool add_record(ObserverRecord* record, std::uint32_t sent) {
 bool change_priority(NotificationRecord& record, int priority, std::uint32_t sent) {
   const std::lock_guard<std::mutex> changing(client.change_lock);
   record.priority = priority;
-  record.told = client.epoch == sent;
+  if (client.epoch != sent) tell_group_anew(record.to, record.notification);
   return newer_stands(sent);
 }
 
 void note_removal(const std::string& to, const std::string& notification) {
-  auto& table = lazy_table(client.notification_table);
   const std::lock_guard<std::mutex> changing(client.change_lock);
   if (client.restoration == nullptr) return;
-  bool any_left = false;
-  for (NotificationRecord* const record : table) {
-    if (record->to != to || record->notification != notification) continue;
-    record->told = false;
-    any_left = true;
-  }
-  if (!any_left) client.restoration->removed.emplace_back(to, notification);
+  if (!tell_group_anew(to, notification))
+    client.restoration->removed.emplace_back(to, notification);
 }
 
 Restoration::Restoration() {

@@ -26,7 +26,7 @@ namespace zedipc {
 [[nodiscard]] bool add_record(ObserverRecord* record, std::uint32_t sent);
 [[nodiscard]] bool change_priority(NotificationRecord& record, int priority, std::uint32_t sent);
 
-// Records of the group were removed. The caller holds table_lock.
+// At least one record of the group was removed. The caller holds table_lock.
 void note_removal(const std::string& to, const std::string& notification);
 
 // Waits for the record's running callbacks to end, and removes and frees it. The
@@ -68,7 +68,8 @@ class Restoration {
   Restoration& operator=(const Restoration&) = delete;
 
   // Gives the connection to all threads if it knows everything. Otherwise gives, in
-  // `news`, what it does not know yet.
+  // `news`, what it does not know yet, and from then on counts that as told: a
+  // connection on which it cannot be sent has to be given up.
   bool publish(IPC* connection, News& news);
 
   std::vector<Group> removed;  // change_lock: groups that went since they were told

@@ -130,12 +130,16 @@ void handle_message(const Session& session, JSObject& message, const std::string
 }
 
 // False at the end of the stream and at a read error. A frame that was refused or
-// that stopped half-way does not end the session.
+// that stopped half-way does not end the session, and reads as an empty text: what a
+// stopped one leaves in `text` is in part the message before it.
 bool read_message(IPC* ipc, std::string& text) {
   int msg_tag = 0;
   if (ipc->read_msg(NOTIFY_FRAME_ID, msg_tag, text, NOTIFY_MAX_MSG, -1)) return true;
   const bool eof = ipc->eof();
-  if (!eof && !ipc->error()) return true;
+  if (!eof && !ipc->error()) {
+    text.clear();
+    return true;
+  }
   ZEDIPC_SERVER_LOG(kLogError, "handle_client(): read_msg() %s on ipc=%p, close session\n",
                     eof ? "EOF" : "ERROR", static_cast<void*>(ipc));
   return false;
