@@ -49,7 +49,7 @@ int payload_size(const Header& header) {
 }
 
 // A larger payload has no length word.
-constexpr int kMaxPayload = std::numeric_limits<std::int32_t>::max() - kHeaderSize;
+constexpr int kMaxPayload = std::numeric_limits<std::int32_t>::max() - kTagSize;
 
 // The size of a container as a payload; negative if it is too large for one.
 template <typename Container>
@@ -113,9 +113,10 @@ bool IPC::write_msg(unsigned int msg_id, int msg_tag, const void* data, int size
     ZEDIPC_IPC_LOG(kLogError, "IPC::write_msg() -> write data (%d bytes)\n", size);
     return false;
   }
+  const auto frame_size = static_cast<int>(static_cast<unsigned int>(size) + kHeaderSize);
   ZEDIPC_IPC_LOG(kLogDebug,
                  "IPC::write_msg() -> wrote %d bytes successfully (payload: %d bytes).\n",
-                 size + kHeaderSize, size);
+                 frame_size, size);
   return true;
 }
 
