@@ -51,7 +51,8 @@ class Task {
   [[nodiscard]] bool sleeps() const {
     if (id_ <= 0) return false;
     std::ifstream file("/proc/self/task/" + std::to_string(id_) + "/stat");
-    const std::string text((std::istreambuf_iterator<char>(file)), {});
+    std::string text;
+    std::getline(file, text);  // of a thread that has just gone there is none
     const std::size_t name_end = text.rfind(") ");
     return name_end != std::string::npos && text[name_end + 2] == 'S';
   }

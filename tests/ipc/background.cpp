@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#include "ipc/background.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
+
+#include "support/child.h"
+
+namespace zedipc::test {
+
+namespace {
+
+std::atomic<int> handled{0};
+
+void on_signal(int) { ++handled; }
+
+// The system call that a thread is blocked in; -1 if it runs.
+long system_call_of(pid_t tid) {
+  std::ifstream in("/proc/self/task/" + std::to_string(tid) + "/syscall");
+  long number = -1;
+  in >> number;
+  return in ? number : -1;
+}
+
+}  // namespace
+
+Background::Background(const std::function<void()>& call)
+    : thread_([this, call] {
+        tid_ = static_cast<pid_t>(syscall(SYS_gettid));
+        call();
+        ended_ = true;
+      }) {}
+
+Background::~Background() { join(); }
+
+void Background::join() {
+  if (thread_.joinable()) thread_.join();
+}
+
+bool Background::blocks_in(long system_call) const {
+  return eventually([&] { return tid_ != 0 && system_call_of(tid_) == system_call; });
+}
+
+bool Background::ends(int msec) const {
+  return eventually([&] { return ended_.load(); }, msec);
+}
+
+void Background::interrupt() {
+  struct sigaction action {};
+  action.sa_handler = on_signal;
+  ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
+  const int before = handled;
+  ASSERT_EQ(pthread_kill(thread_.native_handle(), SIGUSR1), 0);
+  EXPECT_TRUE(eventually([&] { return handled > before; }));
+}
+
+}  // namespace zedipc::test

@@ -1,0 +1,186 @@
+// SPDX-License-Identifier: MIT
+// Invocations: what they carry, and what happens if there is no thread for one.
+#include <gtest/gtest.h>
+
+#include "delivery_script.h"
+#include "failing_threads.h"
+#include "notifyclient/client_state.h"
+#include "notifyclient/invocation.h"
+
+using namespace zedipc;
+using namespace zedipc::test;
+
+namespace {
+
+std::int32_t holds(ReadWriteLock& lock) {
+  const std::lock_guard<std::mutex> held(lock.mutex);
+  return lock.count;
+}
+
+// A call without anything to say.
+void invoke(NotificationRecord& record) {
+  const std::string text;
+  start_invocation(record, {text, text, text, JSObject(), 0});
+}
+
+std::atomic<int> channel_in_callback{99};
+
+void look_at_channel(void*, const std::string&, const std::string&, const std::string&,
+                     const JSObject&, unsigned int) {
+  channel_in_callback = dbg_log_channel();
+}
+
+// The log of a child in which a callback for "n" could not be started, and one for
+// "other" was started after that.
+Lines log_of_failure(void (*fail)(int count)) {
+  const ChildResult result = run_in_child({{"NFY_LOGMASK", "8"}}, [&] {
+    Script& script = immortal<Script>();
+    Recorder& lost = script.receive_as("t", 1);
+    Recorder& calls = script.receive_as("t", 1, "other");
+    fail(1);
+    script.send(notification("t", "n"));
+    script.send(notification("t", "other"));
+    EXPECT_EQ(calls.calls(1), Lines{call_of("t", "other")});
+    EXPECT_EQ(lost.calls(), Lines{});
+  });
+  EXPECT_EQ(result.status, 0) << result.out;
+  return client_log(result.err);
+}
+
+}  // namespace
+
+TEST(Invocation, WithoutAThreadIsLostAlone) {
+  EXPECT_EQ(log_of_failure(fail_threads),
+            Lines{"NFYCL:error|async_cb(): pthread_create() failed with error=11"});
+}
+
+TEST(Invocation, WithoutAttributesIsLostAlone) {
+  EXPECT_EQ(log_of_failure(fail_attributes),
+            Lines{"NFYCL:error|async_cb(): pthread_attr_init() failed with error=12"});
+}
+
+TEST(Invocation, WithoutABlockIsLogged) {
+  const ChildResult result = run_in_child(kAllLevels, [] {
+    const LogChannelScope scope(kLogNotifyClient);
+    async_cb(nullptr);
+  });
+  EXPECT_EQ(result.status, 0) << result.out;
+  EXPECT_EQ(client_log(result.err), Lines{"NFYCL:error|async_cb(): error, no CBParameters"});
+}
+
+TEST(Invocation, WithoutAThreadKeepsItsHoldOnTheRecord) {
+  const ChildResult result = run_in_child({}, [] {
+    NotificationRecord record{{}, "t", "n", do_nothing, nullptr, 1, false};
+    fail_threads(1);
+    invoke(record);
+    invoke(record);
+    EXPECT_TRUE(eventually([&] { return holds(record.lock) == 1; }));
+  });
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+}
+
+TEST(Invocation, WithoutAThreadKeepsItsRecordFromLeaving) {
+  const ChildResult result = run_in_child({}, [] {
+    Script& script = immortal<Script>();
+    script.receive_as("t", 1);
+    fail_threads(1);
+    script.send(notification("t", "n"));
+    expect_reader_ready(script.server());
+    const Task& task =
+        *new Task([] { return ipcUnregisterNotificationCB("n", nullptr, nullptr, "t"); });
+    EXPECT_TRUE(task.blocked());
+  });
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+}
+
+TEST(Invocation, OfALocalReportWithoutAThreadIsLost) {
+  const ChildResult result = run_in_child({{"NFY_LOGMASK", "40"}}, [] {  // note and error
+    EXPECT_EQ(ipcRegisterUnicastError(do_nothing, nullptr), 0);
+    fail_threads(1);
+    EXPECT_EQ(ipcNotify("x", "n", JSObject(), 0, ""), -2);
+  });
+  EXPECT_EQ(result.status, 0) << result.out;
+  EXPECT_EQ(client_log(result.err),
+            (Lines{"NFYCL:note|ipcNotify(): invoke unicast error callback (cb=PTR, data=(nil)) for "
+                   "notification 'n' to 'x'",
+                   "NFYCL:error|async_cb(): pthread_create() failed with error=11",
+                   "NFYCL:error|ipcNotify(): no parameter 'from' passed and no appID set for "
+                   "notification 'n'"}));
+}
+
+TEST(Invocation, HoldsTheRecordWhileItRuns) {
+  Blocker& blocker = immortal<Blocker>();
+  NotificationRecord record{{}, "t", "n", Blocker::notified, &blocker, 1, false};
+  invoke(record);
+  invoke(record);
+  EXPECT_TRUE(blocker.entered(2));
+  EXPECT_EQ(holds(record.lock), 2);
+  blocker.release();
+  EXPECT_TRUE(eventually([&] { return holds(record.lock) == 0; }));
+  EXPECT_EQ(blocker.ended(), 2);
+}
+
+TEST(Invocation, StartsOnAThreadThatHasNoLogChannel) {
+  Script script;
+  ASSERT_EQ(ipcRegisterNotificationCB("n", look_at_channel, nullptr, 1, "t"), 0);
+  script.next("register");
+  script.send(notification("t", "n"));
+  EXPECT_TRUE(eventually([] { return channel_in_callback != 99; }));
+  EXPECT_EQ(channel_in_callback, kLogNoChannel);
+}
+
+TEST(Invocation, RunsWithoutTheClientsLocks) {
+  struct Try {
+    static void locks(void* data, const std::string&, const std::string&, const std::string&,
+                      const JSObject&, unsigned int) {
+      int free = 0;
+      for (std::mutex* lock : {&client.send_lock, &client.connect_lock, &client.table_lock,
+                               &client.table_create_lock, &client.change_lock}) {
+        // The reader lets go of the tables only when it has started this thread.
+        free += eventually([&] { return lock->try_lock(); }) ? 1 : 0;
+        lock->unlock();
+      }
+      *static_cast<std::atomic<int>*>(data) = free;
+    }
+  };
+  Script script;
+  auto& free_locks = immortal<std::atomic<int>>();
+  ASSERT_EQ(ipcRegisterNotificationCB("n", Try::locks, &free_locks, 1, "t"), 0);
+  script.next("register");
+  script.send(notification("t", "n"));
+  EXPECT_TRUE(eventually([&] { return free_locks == 5; }));
+}
+
+TEST(LogChannel, IsTheCallersAgainAfterEachCall) {
+  const RawListener listener;
+  dbg_log_channel() = kLogNotifyServer;
+  ipcRegisterNotificationCB("n", do_nothing, nullptr, 1, "");
+  ipcRegisterNotificationCB("n", do_nothing, nullptr, 1, "t");
+  ipcUnregisterNotificationCB("n", do_nothing, nullptr, "t");
+  ipcRegisterObserver(ignore_observation, nullptr);
+  ipcUnregisterObserver(ignore_observation, nullptr);
+  ipcRegisterUnicastError(do_nothing, nullptr);
+  ipcUnregisterUnicastError(do_nothing, nullptr);
+  ipcNotify("*", "n", JSObject(), 0, "");
+  ipcNotify("*", "n", JSObject(), 0, "f");
+  ipcSetAppID("f");
+  ipcGetAppID();
+  EXPECT_EQ(dbg_log_channel(), kLogNotifyServer);
+}
+
+TEST(Reader, ThatCannotBeHadIsNotMissed) {
+  const ChildResult result = run_in_child({{"NFY_LOGMASK", "255"}}, [] {
+    Script& script = immortal<Script>();
+    const int threads = thread_count();
+    fail_threads(1);
+    EXPECT_EQ(ipcNotify("*", "first", JSObject(), 0, "f"), 0);
+    script.next("notify");
+    EXPECT_EQ(thread_count(), threads);
+    script.send(notification("t", "n"));
+    EXPECT_TRUE(script.server().silent(200));
+    EXPECT_EQ(ipcNotify("*", "second", JSObject(), 0, "f"), 0);
+    script.next("notify");
+  });
+  EXPECT_EQ(result.status, 0) << result.out;
+  EXPECT_EQ(client_log(result.err, "error"), Lines{});
+}
