@@ -56,6 +56,7 @@ class Recorder : public TCP {
   explicit Recorder(std::string& last) : last_(last) {}
   ~Recorder() override { last_ = "destroyed"; }
   static void* operator new(std::size_t size) { return ::operator new(size); }
+  static void* operator new(std::size_t, void* place) { return place; }
   static void operator delete(void* object) {
     ++frees;
     ::operator delete(object);
