@@ -159,6 +159,14 @@ TEST(Member, NullKeyEndsInTheStandardLibrarysException) {
   EXPECT_THROW(value.erase(no_key), std::logic_error);
 }
 
+TEST(Member, MayBeLookedUpByAKeyThatGoesWithTheElements) {
+  JSObject value;
+  value[0] = "a key that is too long to be kept inside of the string object";
+  const std::string key = value[0].getString();
+  value(*value[0].getStringP()) = 1;
+  EXPECT_EQ(value.dump(), "{\"" + key + "\":1}");
+}
+
 TEST(Element, IsCreatedWithAllBeforeIt) {
   JSObject value;
   EXPECT_EQ(kind_of(value[2]), Kind::kNull);
@@ -260,6 +268,13 @@ TEST(Erase, RemovesThatMember) {
   JSObject value = parsed("{\"a\":1,\"b\":2,\"c\":3}");
   value.erase("a");
   value.erase(std::string("c"));
+  EXPECT_EQ(value.dump(), "{\"b\":2}");
+}
+
+TEST(Erase, TakesAKeyThatGoesWithTheMember) {
+  JSObject value = parsed("{\"a long key of a member, kept in the heap\":1,\"b\":2}");
+  value("a long key of a member, kept in the heap") = "a long key of a member, kept in the heap";
+  value.erase(*value("a long key of a member, kept in the heap").getStringP());
   EXPECT_EQ(value.dump(), "{\"b\":2}");
 }
 

@@ -285,6 +285,26 @@ TEST(Copy, HoldsTheStaleContentsOfWhatIsInside) {
   EXPECT_EQ(every_place(copy("inside")), "true \"text\" 5 2.5 {\"a\":1} [7] ");
 }
 
+TEST(Copy, HoldsEverythingOfWhatIsFarInside) {
+  const auto inside = [](JSObject& value) -> JSObject& {
+    JSObject* part = &value;
+    for (int level = 0; level < 100; ++level) part = &(*part)[0];
+    return *part;
+  };
+  for (int number = 0; number <= 6; ++number) {
+    JSObject value;
+    inside(value) = with_every_place_in_use();
+    set_kind(inside(value), static_cast<Kind>(number));
+    JSObject built(value);
+    JSObject assigned = "other";
+    assigned = value;
+    EXPECT_EQ(kind_of(inside(built)), static_cast<Kind>(number));
+    EXPECT_EQ(kind_of(inside(assigned)), static_cast<Kind>(number));
+    EXPECT_EQ(every_place(inside(built)), "true \"text\" 5 2.5 {\"a\":1} [7] ");
+    EXPECT_EQ(every_place(inside(assigned)), "true \"text\" 5 2.5 {\"a\":1} [7] ");
+  }
+}
+
 TEST(Copy, ReplacesEverythingInItsTarget) {
   JSObject source = false;
   source = "other";

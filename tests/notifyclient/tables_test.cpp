@@ -163,6 +163,20 @@ TEST(Restoration, TellsOfAPriorityChangedMeanwhile) {
   EXPECT_EQ(connections.tell(), Lines{});
 }
 
+TEST(Restoration, TellsAnewOfAGroupInWhichAPriorityChangedMeanwhile) {
+  Connections connections;
+  connections.make();
+  NotificationRecord* const record = new_record("a", 1);
+  ASSERT_FALSE(add_record(record, connections.epoch()));
+  ASSERT_FALSE(add_record(new_record("b", 2), connections.epoch()));
+  ASSERT_FALSE(add_record(new_record("a", 3), connections.epoch()));
+  connections.begin();
+  EXPECT_EQ(connections.tell().size(), 3U);
+  EXPECT_FALSE(change_priority(*record, 7, connections.epoch()));
+  EXPECT_EQ(connections.tell(), (Lines{registration("a", "n", 7), registration("a", "n", 3)}));
+  EXPECT_EQ(connections.tell(), Lines{});
+}
+
 TEST(Restoration, LeavesAPriorityToItsCallerOnceTheConnectionStands) {
   Connections connections;
   connections.make();
