@@ -5,6 +5,8 @@
 
 #include <cstdio>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "ipc/endpoints.h"
 
@@ -68,6 +70,15 @@ TEST(PipeClose, RemovesNothingTheSecondTime) {
   const std::string path = listening.dir.write("pipe", "somebody else's");
   listening.channel.close();
   EXPECT_TRUE(exists(path));
+}
+
+TEST(PipeClose, MayComeFromSeveralThreadsAtOnce) {
+  ListeningPipe listening;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back([&] { listening.channel.close(); });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_FALSE(exists(listening.name));
+  EXPECT_EQ(listening.channel.getFD(), -1);
 }
 
 TEST(PipeClose, DoesWithoutAFileThatIsGoneAlready) {

@@ -158,3 +158,16 @@ TEST(Frame, WhosePayloadStopsHalfWayDoesNotEndTheSession) {
                          20000));
   settle(peer);
 }
+
+TEST(Frame, WhosePayloadStopsHalfWayDoesNotBringBackTheMessageAheadOfIt) {
+  const Environment errors{{"IPC_LOGMASK", "8"}};
+  ServerProcess server(errors);
+  const RawPeer peer = join("display", "n");
+  const std::string whole = frame(kNotifyFrame, 0, notification("*", "n"));
+  peer.send(whole);
+  EXPECT_EQ(peer.receive_message(), notification("*", "n"));
+  peer.send(whole.substr(0, 30));
+  ASSERT_TRUE(eventually([&] { return server.err().find("size!=read_bytes") != std::string::npos; },
+                         20000));
+  settle(peer);
+}

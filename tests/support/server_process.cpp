@@ -22,7 +22,8 @@ bool port_is_open(unsigned short port) {
     while (std::getline(in, line)) {
       // "0: 0100007F:170B 00000000:0000 0A ...": the state 0A is LISTEN.
       const std::size_t found = line.find(local);
-      if (found != std::string::npos && found < line.find(":0000 0A")) return true;
+      const std::size_t listening = line.find(":0000 0A");
+      if (found < listening && listening != std::string::npos) return true;
     }
   }
   return false;
