@@ -12,8 +12,12 @@ namespace zedipc::test {
 class ScratchDir {
  public:
   ScratchDir() {
-    std::string name = (std::filesystem::temp_directory_path() / "zedipc-test-XXXXXX").string();
-    path_ = mkdtemp(name.data());
+    // A name with "0x" in it would look like an address where log lines are compared.
+    do {
+      std::string name = (std::filesystem::temp_directory_path() / "zedipc-test-XXXXXX").string();
+      std::filesystem::remove(path_);
+      path_ = mkdtemp(name.data());
+    } while (path_.find("0x") != std::string::npos);
   }
   ~ScratchDir() {
     std::error_code ignored;
