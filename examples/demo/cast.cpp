@@ -137,6 +137,8 @@ std::vector<Process*> Cast::poll_outputs(int timeout_msec) {
 void Cast::read_from(const Process& process, const std::vector<std::string>& lines) {
   const std::string prefix = process.name() + ": ";
   for (const std::string& line : lines) {
+    // What the library says of its log, once in each process, is no part of the story.
+    if (begins_with(line, "DBGLOG <")) continue;
     // The programs name themselves too; once is enough.
     const std::string text = begins_with(line, prefix) ? line.substr(prefix.size()) : line;
     screen_.line(process.name(), text);

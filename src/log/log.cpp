@@ -12,6 +12,7 @@
 
 #include "base/number.h"
 #include "log/env.h"
+#include "log/log_library.h"
 
 namespace zedipc {
 
@@ -59,12 +60,15 @@ void dbg_log_init() {
   if (initialised.load(std::memory_order_acquire)) return;
   const std::lock_guard<std::mutex> lock(log_lock);
   if (initialised.load(std::memory_order_relaxed)) return;
+  char pid[kPidText];
+  pid_text(pid);
   const bool ipc_set = read_mask("IPC_LOGMASK", ipc_mask);
   const bool nfy_set = read_mask("NFY_LOGMASK", nfy_mask);
   if (ipc_set || nfy_set) {
-    char pid[kPidText];
-    std::fprintf(stderr, "DBGLOG <%s>: Use %s for logging (IPC_LOGMASK=%d, NFY_LOGMASK=%d)\n",
-                 pid_text(pid), "stderr", ipc_mask, nfy_mask);
+    std::fprintf(stderr, "DBGLOG <%s>: Use %s for logging (IPC_LOGMASK=%d, NFY_LOGMASK=%d)\n", pid,
+                 "stderr", ipc_mask, nfy_mask);
+  } else {
+    log_library_bind(pid, kChannelNames);
   }
   initialised.store(true, std::memory_order_release);
 }
@@ -77,6 +81,7 @@ bool dbg_log_enabled(unsigned level) {
     std::fprintf(stderr, "DBGLOG <%s>: Invalid log channel %d !!!\n", pid_text(pid), channel);
     return false;
   }
+  if (log_library_bound(channel)) return log_library_enabled(channel, level);
   return mask_has(channel, level);
 }
 
@@ -94,6 +99,10 @@ void dbg_vlog(const char* module, int line, unsigned level, const char* format, 
   if (!is_valid(channel)) {
     std::fprintf(stderr, "DBGLOG <%s>: Invalid log channel %d !!! (module=%s, line=%d)\n",
                  pid_text(pid), channel, module == nullptr ? "" : module, line);
+    return;
+  }
+  if (log_library_bound(channel)) {
+    log_library_vlog(channel, module, line, level, format, ap);
     return;
   }
   if (!mask_has(channel, level)) return;

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The library's diagnostics. A message goes to the channel of the thread that
 // logs it; the environment variables IPC_LOGMASK and NFY_LOGMASK, read at the
-// first call, choose which levels of which channels are written to stderr.
+// first call, choose which levels of which channels are written to stderr. Where
+// neither is set, messages go to the device's log library, or nowhere.
 #pragma once
 
 #include <time.h>

@@ -20,12 +20,19 @@ struct Result {
   std::string output;
 };
 
+// What has come from a process, without what the library says of its log.
+inline std::string read_text(demo::Process& process) {
+  std::string text;
+  for (const std::string& line : process.read_lines()) {
+    if (line.rfind("DBGLOG <", 0) != 0) text += line + "\n";
+  }
+  return text;
+}
+
 // Lets a process run to its end.
 inline Result finish(demo::Process& process) {
   Result result{-1, ""};
-  while (!process.ended()) {
-    for (const std::string& line : process.read_lines()) result.output += line + "\n";
-  }
+  while (!process.ended()) result.output += read_text(process);
   result.status = process.exit_status();
   return result;
 }
@@ -47,7 +54,7 @@ class Running {
   bool prints(const std::string& text) {
     while (output_.find(text) == std::string::npos) {
       if (process_.ended()) return false;
-      for (const std::string& line : process_.read_lines()) output_ += line + "\n";
+      output_ += read_text(process_);
     }
     return true;
   }

@@ -38,7 +38,7 @@ Names joined(Names first, const Names& second) {
 
 }  // namespace
 
-TEST(LogMask, WithoutVariablesNothingIsWritten) { EXPECT_EQ(log_of({}, log_everything), ""); }
+TEST(LogMask, WithoutVariablesNothingElseIsWritten) { EXPECT_EQ(log_of({}, log_everything), ""); }
 
 TEST(LogMask, EightPrintsErrorsOfTheChannelsOnly) {
   EXPECT_EQ(names(log_of({{"IPC_LOGMASK", "8"}}, log_everything)), Names{"IPC:error"});

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "support/log_lines.h"
 
+#include <algorithm>
+#include <regex>
 #include <sstream>
 
 namespace zedipc::test {
@@ -59,6 +61,25 @@ std::vector<std::string> log_messages(const std::string& text, const std::string
     messages.push_back(line.channel + ":" + line.level + "|" + without_addresses(line.message));
   }
   return messages;
+}
+
+std::vector<std::string> without_removals(std::vector<std::string> lines) {
+  lines.erase(std::remove_if(lines.begin(), lines.end(),
+                             [](const std::string& line) {
+                               static const std::regex removal(
+                                   "IPC:debug\\|PTR->set_callback(\\(\\) called with \\(nil\\)"
+                                   "|\\(\\): (empty callback map|no callback registered)).*");
+                               return std::regex_match(line, removal);
+                             }),
+              lines.end());
+  return lines;
+}
+
+std::string without_missing_library(const std::string& text) {
+  static const std::regex line(
+      "DBGLOG <PID [0-9]+>: dlopen\\(/home/svclog/lib/liblog\\.so\\.2\\) returned 0, "
+      "logging disabled\\.\n");
+  return std::regex_replace(text, line, "", std::regex_constants::format_first_only);
 }
 
 std::string without_addresses(const std::string& text) {

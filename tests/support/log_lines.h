@@ -25,6 +25,13 @@ std::vector<LogLine> parse_log(const std::string& text);
 std::vector<std::string> log_messages(const std::string& text, const std::string& level = "",
                                       const std::string& channel = "");
 
+// `lines` without those of channels that removed a callback which they did not have, as
+// every channel does at its end.
+std::vector<std::string> without_removals(std::vector<std::string> lines);
+
+// `text` without the line of a process that looked for the device's log library in vain.
+std::string without_missing_library(const std::string& text);
+
 // `text` with each address replaced by "PTR".
 std::string without_addresses(const std::string& text);
 
