@@ -14,7 +14,7 @@ namespace zedipc {
 class IPC;
 
 /// The type of a channel's callback; `data` is what was given to
-/// `IPC::set_callback`.
+/// `IPC::set_callback`, `ipc` the channel. It must not throw.
 using ChannelCallback = void (*)(void* data, IPC* ipc);
 
 /// One stream socket, either connected to a peer or listening for peers.
@@ -123,9 +123,38 @@ class ZEDIPC_EXPORT IPC {
   /// object, and changes when the channel connects, listens or closes.
   virtual const char* remote_addr() const;
 
-  /// For a callback to be called when the channel has input. This version takes
-  /// none yet.
-  /// @return false
+  /// Has `callback` called when the channel has input, or replaces the callback
+  /// that it had; a null `callback` removes it.
+  ///
+  /// The callback reads; the channel is left alone from the call until somebody
+  /// has read from it, so that one message gives one call. What counts is a
+  /// `read`, of 0 bytes too, or a `read_msg` that came to a payload: after an
+  /// empty frame, a refused one or one whose header failed, no further call comes
+  /// until there is such a read or a new `set_callback`. When the peer ends the
+  /// stream, or the socket fails, one last call comes, with `eof()` or `error()`
+  /// set. A channel may be given its callback before it connects. One that
+  /// listens never has it called.
+  ///
+  /// Threads: one thread of the library, which exists while any channel has a
+  /// callback, calls the callbacks of all channels, one at a time. A callback that
+  /// takes long delays all others, and so does a `read` of another thread that
+  /// waits for data on a channel with a callback.
+  ///
+  /// Blocks until that thread has taken the change in, which includes the end of a
+  /// callback that is running: after a removal the callback will not be called any
+  /// more and the channel may be deleted. In a callback a removal, of any
+  /// channel's callback, returns at once. A callback may delete its own channel,
+  /// or another. It must not set a callback, must not `connect` or `setFD` a
+  /// channel that has one, and must not wait for a thread that does any of this:
+  /// such a call never returns.
+  ///
+  /// A channel with a callback needs a descriptor below 1024 (FD_SETSIZE of
+  /// select(2)), and so does the library's own pipe; otherwise the process is
+  /// aborted. The descriptor is to be closed by `close` alone.
+  ///
+  /// @param data handed to the callback; not used in a removal
+  /// @return false if the library's thread cannot be started, and for a removal
+  ///   if there is no callback
   virtual bool set_callback(ChannelCallback callback, void* data);
 
   /// Receives one frame that begins with `msg_id`, skipping whatever stands
@@ -165,7 +194,9 @@ class ZEDIPC_EXPORT IPC {
   /// The package's version, as a text that lives for ever.
   static const char* ipc_GetVersion();
 
-  /// For the stack size of the thread that calls callbacks. Without effect yet.
+  /// Sets the stack size, in bytes, of the thread that calls callbacks, from its
+  /// next start on; without effect while it runs. Less than 16384 counts as 16384,
+  /// a negative number means the system's default, which is also the initial state.
   static void set_callback_stacksize(int size);
 
  protected:

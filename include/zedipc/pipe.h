@@ -24,7 +24,8 @@ class ZEDIPC_EXPORT Pipe : public IPC {
   Pipe();
   /// The same; the argument has no effect.
   explicit Pipe(int);
-  /// Closes.
+  /// Removes the callback, waiting for its end where `IPC::set_callback` does,
+  /// and closes.
   ~Pipe() override;
 
   /// Makes this object a listener, closing what it was before.
@@ -37,7 +38,8 @@ class ZEDIPC_EXPORT Pipe : public IPC {
   bool listen(const char* name);
 
   /// Connects to a listener, closing what this object was before. Blocks while
-  /// the listener's backlog is full.
+  /// the listener's backlog is full. Not to be called from a channel callback if
+  /// this channel has one.
   /// @param name the path, at most 107 bytes
   /// @return false if the name is bad or nobody listens there
   bool connect(const char* name);

@@ -23,7 +23,8 @@ class ZEDIPC_EXPORT TCP : public IPC {
  public:
   /// A closed channel.
   TCP();
-  /// Closes.
+  /// Removes the callback, waiting for its end where `IPC::set_callback` does,
+  /// and closes.
   ~TCP() override;
 
   /// Makes this object a listener, closing what it was before. Blocks as long
@@ -36,7 +37,8 @@ class ZEDIPC_EXPORT TCP : public IPC {
 
   /// Connects, closing what this object was before. Tries each address that
   /// the name has, in the system's order, and blocks besides as long as the
-  /// system takes to look a name up.
+  /// system takes to look a name up. Not to be called from a channel callback if
+  /// this channel has one.
   /// @param host an address or name; with `port` 0 it carries the port, as in
   ///   "host:1234" or "[::1]:1234". An IPv6 address may stand in brackets.
   /// @param port the port, 0 to take it from `host`
@@ -54,7 +56,8 @@ class ZEDIPC_EXPORT TCP : public IPC {
 
   /// Adopts a connected socket made elsewhere, closing what this object was
   /// before. From now on the channel owns it. Sets no option on it, and the
-  /// addresses stay empty.
+  /// addresses stay empty. Not to be called from a channel callback if this
+  /// channel has one.
   /// @return true
   bool setFD(int fd);
 

@@ -93,7 +93,7 @@ void IPC::IpcPrivate::close() {
   error_flag.store(false, std::memory_order_relaxed);
   remote_addr[0] = '\0';
   local_addr[0] = '\0';
-  cb_state.fetch_or(kCallbackLocked, std::memory_order_relaxed);
+  cb_state.fetch_or(CB_LOCKED, std::memory_order_relaxed);
 }
 
 bool IPC::IpcPrivate::require_buffer(const char* operation, const void* data, int size) {
@@ -149,7 +149,7 @@ int IPC::IpcPrivate::read(void* data, int size, int timeout_msec, int next_timeo
   if (valid && connected) count = read_locked(data, size, timeout_msec, next_timeout_msec);
   if (rearm) {
     // The bit before the wake-up, so that the pass that follows sees it.
-    cb_state.fetch_or(kCallbackArmed, std::memory_order_relaxed);
+    cb_state.fetch_or(CB_ARMED, std::memory_order_relaxed);
     notify_cb_thread(false);
   }
   return count;
@@ -229,15 +229,19 @@ void IPC::IpcPrivate::note_hangup(const char* operation, short revents) {
 
 bool IPC::IpcPrivate::poll_in(int timeout_msec) {
   const std::lock_guard<std::mutex> lock(read_mutex);
-  const bool has_data = poll_in_locked(timeout_msec);
-  if (!eof_flag.load(std::memory_order_relaxed) && !error_flag.load(std::memory_order_relaxed)) {
-    return has_data;
-  }
-  cb_state.fetch_or(kCallbackArmed, std::memory_order_relaxed);
-  return true;
+  return poll_in_locked(timeout_msec);
 }
 
 bool IPC::IpcPrivate::poll_in_locked(int timeout_msec) {
+  const bool has_data = await_input(timeout_msec);
+  if (!eof_flag.load(std::memory_order_relaxed) && !error_flag.load(std::memory_order_relaxed)) {
+    return has_data;
+  }
+  cb_state.fetch_or(CB_ARMED, std::memory_order_relaxed);
+  return true;
+}
+
+bool IPC::IpcPrivate::await_input(int timeout_msec) {
   for (;;) {
     if (!require_connection("poll_in")) return false;
     pollfd pf{fd.load(std::memory_order_relaxed), POLLIN, 0};
@@ -266,8 +270,8 @@ bool IPC::IpcPrivate::poll_in_locked(int timeout_msec) {
 }
 
 void IPC::IpcPrivate::socket_ready() {
-  const int before = cb_state.fetch_and(~kCallbackLocked, std::memory_order_relaxed);
-  if ((before & kCallbackRegistered) != 0) notify_cb_thread(true);
+  const int before = cb_state.fetch_and(~CB_LOCKED, std::memory_order_relaxed);
+  if ((before & CB_REGISTERED) != 0) notify_cb_thread(true);
 }
 
 }  // namespace zedipc

@@ -2,7 +2,10 @@
 // What stands behind a channel: its socket, flags and locks.
 #pragma once
 
+#include <pthread.h>
+
 #include <atomic>
+#include <map>
 #include <mutex>
 
 #include <zedipc/ipc.h>
@@ -19,9 +22,9 @@ inline constexpr char kIpcModule[] = "src/ipc.cpp";
 
 // The bits of IpcPrivate::cb_state.
 enum CallbackState : int {
-  kCallbackRegistered = 1,  // the channel has a callback
-  kCallbackLocked = 2,      // no callback is due: no socket yet, or its end was reported
-  kCallbackArmed = 4,       // whatever the last callback announced has been read
+  CB_REGISTERED = 1,  // the channel has an entry in cb_map
+  CB_LOCKED = 2,      // the dispatcher leaves it alone: no socket yet, or its end was told
+  CB_ARMED = 4,       // a call may be made: what the last one announced has been read
 };
 
 // The flags, the socket and cb_state are read by threads that hold no lock.
@@ -44,9 +47,6 @@ class IPC::IpcPrivate {
   // channel has taken the socket in when this returns.
   void socket_ready();
 
-  // Wakes the dispatcher; with `wait` returns when it has been through a pass.
-  static void notify_cb_thread(bool wait);
-
   std::atomic<bool> eof_flag{false};    // the peer ended the stream; sticky
   std::atomic<bool> error_flag{false};  // an operation failed; sticky
   char remote_addr[kSockaddrText] = "";
@@ -55,7 +55,45 @@ class IPC::IpcPrivate {
   std::atomic<bool> listener{false};
   std::mutex read_mutex;   // one read or poll_in at a time, waits included
   std::mutex write_mutex;  // one write at a time
-  std::atomic<int> cb_state{kCallbackLocked};
+  std::atomic<int> cb_state{CB_LOCKED};
+
+  // ---- The dispatcher: the one thread that calls the callbacks of all channels. It
+  // lives while a channel has a callback, and holds cb_mutex whenever it does not
+  // sleep, also during callbacks. Lock order: cb_mutex, the lock of all closes, a
+  // channel's read_mutex, its write_mutex.
+
+  struct cb_thread_data {
+    ChannelCallback callback;
+    void* data;
+    IPC* ipc;
+  };
+
+  // Registers or replaces the channel's callback, or removes it; what set_callback does.
+  bool add_callback(IPC* ipc, ChannelCallback callback, void* data);
+  bool remove_callback(IPC* ipc);
+
+  // What a channel that was seen readable has for its callback.
+  enum class Input { kClosed, kNone, kUnread, kData, kEnd, kFailure };
+  // Finds it out, if the channel still has this socket. From kData, kEnd and kFailure
+  // on the channel is not watched until it is armed again, or connected again.
+  Input take_input(int watched_fd);
+
+  // Wakes the dispatcher, if there is one; with `wait` returns when it has been
+  // through a pass, so not to be called with `wait` on the dispatcher.
+  static void notify_cb_thread(bool wait);
+  static void cb_cleanup(IpcPrivate* channel);
+  static int callback_thread_create(unsigned long* thread, void* (*start)(void*), void* arg);
+  static void* cb_thread(void* unused);
+
+  // All under cb_mutex, but cb_handle, which changes under a lock of its own as well
+  // and which notify_cb_thread reads under that one alone.
+  static int cb_stacksize;            // in bytes; 0 or less means the system's default
+  static std::atomic<int> cb_handle;  // write end of the wake-up pipe; -1 without one
+  static pthread_mutex_t cb_mutex;    // recursive, for calls that callbacks make
+  static std::map<IpcPrivate*, cb_thread_data>* cb_map;  // the dispatcher's; null without one
+  static bool cb_thread_running;                         // a dispatcher exists or is being started
+  static pthread_cond_t cb_cond;                         // tells that cond_flag was set
+  static bool cond_flag;  // the dispatcher finished a pass since this was cleared
 
  private:
   // A read that is under way.
@@ -65,6 +103,7 @@ class IPC::IpcPrivate {
   int read_locked(void* data, int size, int timeout_msec, int next_timeout_msec);
   Step read_step(Transfer& transfer);
   bool poll_in_locked(int timeout_msec);
+  bool await_input(int timeout_msec);
   bool require_connection(const char* operation);
   bool require_buffer(const char* operation, const void* data, int size);
   void note_failure(const char* operation, const char* call, int problem);

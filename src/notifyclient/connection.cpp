@@ -70,23 +70,25 @@ void start_reader() {
   pthread_attr_destroy(&attributes);
 }
 
-// Connects and restores. A null host stands for the one that the environment names,
-// which is asked anew each time. The caller holds connect_lock.
-bool init(const char* host) {
+// A connection that may come to nothing.
+struct Attempt {
+  std::string host;
+  std::unique_ptr<TCP> channel;
+  bool connected = false;
+};
+
+// Connects to the host that the environment names, which is asked anew each time, and
+// restores. The caller holds connect_lock.
+bool init(Attempt& attempt) {
   if (has_connection()) return true;
-  std::string name = host == nullptr ? "" : host;
-  if (host == nullptr && !env_lookup("NOTIFY_SERVER", name)) name = kDefaultHost;
+  std::string& name = attempt.host;
+  if (!env_lookup("NOTIFY_SERVER", name)) name = kDefaultHost;
   client.remote_client.store(!is_this_machine(name), std::memory_order_relaxed);
 
-  auto channel = std::make_unique<TCP>();
-  if (!channel->connect(name.c_str(), NOTIFY_PORT, -1)) {
-    channel.reset();
-    ZEDIPC_CLIENT_LOG(kLogError, "init(): TCP connect() to server '%s:%u' failed\n", name.c_str(),
-                      NOTIFY_PORT);
-    return false;
-  }
-  if (!restore_and_publish(channel.get())) return false;
-  const void* const address = channel.release();  // its reader thread deletes it
+  attempt.channel = std::make_unique<TCP>();
+  attempt.connected = attempt.channel->connect(name.c_str(), NOTIFY_PORT, -1);
+  if (!attempt.connected || !restore_and_publish(attempt.channel.get())) return false;
+  const void* const address = attempt.channel.release();  // its reader thread deletes it
   start_reader();
   ZEDIPC_CLIENT_LOG(
       kLogInfo, "init(): IPC reader thread with ipc=%p started for notification server '%s:%u'\n",
@@ -108,8 +110,19 @@ SendResult tell_group(const char* function, IPC* connection, const JSObject& mes
 
 bool ensure_connected() {
   if (has_connection()) return true;
-  const std::lock_guard<std::mutex> lock(client.connect_lock);
-  return init(nullptr);
+  Attempt attempt;
+  {
+    const std::lock_guard<std::mutex> lock(client.connect_lock);
+    if (init(attempt)) return true;
+  }
+  // Without the lock: a channel that ends waits for a channel callback that is running,
+  // and that one may want to connect too.
+  attempt.channel.reset();
+  if (!attempt.connected) {
+    ZEDIPC_CLIENT_LOG(kLogError, "init(): TCP connect() to server '%s:%u' failed\n",
+                      attempt.host.c_str(), NOTIFY_PORT);
+  }
+  return false;
 }
 
 SendResult send_to_server(IPC* connection, const std::string& message) {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -145,12 +146,13 @@ void handle_message(JSObject& message) {
 }
 
 void tear_down() {
+  // Deleted without the lock: a channel that ends waits for a channel callback that is
+  // running, and that one may want to send.
+  std::unique_ptr<IPC> lost(connection());
   const std::lock_guard<std::mutex> lock(client.send_lock);
-  IPC* const lost = connection();
   ZEDIPC_CLIENT_LOG(kLogError, "reader_thread(): read_msg() on ipc=%p failed (%s), terminate.\n",
-                    static_cast<void*>(lost), lost->eof() ? "EOF" : "ERROR");
+                    static_cast<void*>(lost.get()), lost->eof() ? "EOF" : "ERROR");
   client.server_ipc.store(nullptr, std::memory_order_release);
-  delete lost;
   pthread_cond_signal(&client.reconnect_cond);
 }
 

@@ -145,13 +145,16 @@ bool read_message(IPC* ipc, std::string& text) {
   return false;
 }
 
-// The channel goes while the lock is held, so that no other thread can be writing
-// to it, or find it in a table.
 void end_session(const Session& session) {
-  const std::lock_guard<std::mutex> lock(server.server_lock);
-  remove_registrations(session, [&](const Registration& row) { return row.ipc == session.ipc; });
-  server.observers.erase(session.ipc);
-  server.sessions.erase(session.identity);
+  {
+    const std::lock_guard<std::mutex> lock(server.server_lock);
+    remove_registrations(session, [&](const Registration& row) { return row.ipc == session.ipc; });
+    server.observers.erase(session.ipc);
+    server.sessions.erase(session.identity);
+  }
+  // No other thread can be writing to the channel now, or find it in a table. Without
+  // the lock, since a channel that ends waits for a channel callback that is running,
+  // if this process has such: the other clients do not have to wait for that.
   delete session.ipc;
 }
 

@@ -98,7 +98,7 @@ TEST(ChannelState, CloseClearsFlagsAndAddresses) {
 
 TEST(ChannelState, CloseLocksTheCallbackAndLeavesItsOtherBits) {
   IPC::IpcPrivate state;
-  state.cb_state = kCallbackRegistered | kCallbackArmed;
+  state.cb_state = CB_REGISTERED | CB_ARMED;
   state.close();
   EXPECT_EQ(state.cb_state, 7);
 }

@@ -109,12 +109,12 @@ inline int descriptor_hung_up() {
 }
 
 // The lines that `body` logs in a process of its own, as log_messages() gives them: of
-// all levels, or of one level only.
+// all levels, or of one level only. Without what channels say when they end.
 template <typename Body>
 std::vector<std::string> log_of(const Body& body, const std::string& level = "") {
   const ChildResult result = run_in_child({{"IPC_LOGMASK", "255"}}, body);
   EXPECT_EQ(result.status, 0) << result.out << result.err;
-  return log_messages(result.err, level);
+  return without_removals(log_messages(result.err, level));
 }
 
 using Lines = std::vector<std::string>;

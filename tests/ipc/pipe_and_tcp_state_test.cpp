@@ -17,13 +17,13 @@ int callback_state(IPC& channel) { return inner_state(channel).cb_state; }
 TEST(PipeState, IsLockedUntilThereIsAConnection) {
   Pipe plain;
   Pipe with_argument(42);
-  EXPECT_EQ(callback_state(plain), kCallbackLocked);
-  EXPECT_EQ(callback_state(with_argument), kCallbackLocked);
+  EXPECT_EQ(callback_state(plain), CB_LOCKED);
+  EXPECT_EQ(callback_state(with_argument), CB_LOCKED);
 }
 
 TEST(PipeState, StaysLockedOnAListener) {
   ListeningPipe listening;
-  EXPECT_EQ(callback_state(listening.channel), kCallbackLocked);
+  EXPECT_EQ(callback_state(listening.channel), CB_LOCKED);
 }
 
 TEST(PipeState, IsUnlockedByAConnection) {
@@ -37,7 +37,7 @@ TEST(PipeState, StaysLockedWhenAConnectionFails) {
   const ScratchDir dir;
   Pipe channel;
   ASSERT_FALSE(channel.connect(dir.file("pipe").c_str()));
-  EXPECT_EQ(callback_state(channel), kCallbackLocked);
+  EXPECT_EQ(callback_state(channel), CB_LOCKED);
 }
 
 TEST(PipeState, IsUnlockedInASession) {
@@ -48,24 +48,24 @@ TEST(PipeState, IsUnlockedInASession) {
 TEST(PipeState, IsLockedAgainByClose) {
   AcceptedPipe accepted;
   accepted.session->close();
-  EXPECT_EQ(callback_state(*accepted.session), kCallbackLocked);
+  EXPECT_EQ(callback_state(*accepted.session), CB_LOCKED);
 }
 
 TEST(PipeState, IsLockedOnAnObjectThatListensAfterAConnection) {
   AcceptedPipe accepted;
   Pipe& session = dynamic_cast<Pipe&>(*accepted.session);
   ASSERT_TRUE(session.listen(accepted.dir.file("second").c_str()));
-  EXPECT_EQ(callback_state(session), kCallbackLocked);
+  EXPECT_EQ(callback_state(session), CB_LOCKED);
 }
 
 TEST(TcpState, IsLockedUntilThereIsAConnection) {
   TCP channel;
-  EXPECT_EQ(callback_state(channel), kCallbackLocked);
+  EXPECT_EQ(callback_state(channel), CB_LOCKED);
 }
 
 TEST(TcpState, StaysLockedOnAListener) {
   Listening listening;
-  EXPECT_EQ(callback_state(listening.channel), kCallbackLocked);
+  EXPECT_EQ(callback_state(listening.channel), CB_LOCKED);
 }
 
 TEST(TcpState, IsUnlockedByAConnection) {
@@ -77,7 +77,7 @@ TEST(TcpState, StaysLockedWhenAConnectionFails) {
   const ClosedPort closed;
   TCP channel;
   ASSERT_FALSE(channel.connect("127.0.0.1", closed.port()));
-  EXPECT_EQ(callback_state(channel), kCallbackLocked);
+  EXPECT_EQ(callback_state(channel), CB_LOCKED);
 }
 
 TEST(TcpState, IsUnlockedInASession) {
@@ -97,11 +97,11 @@ TEST(TcpState, IsUnlockedByAdoptionThoughThereIsNoSocket) {
 TEST(TcpState, IsLockedAgainByClose) {
   ConnectedTcp connected;
   connected.channel.close();
-  EXPECT_EQ(callback_state(connected.channel), kCallbackLocked);
+  EXPECT_EQ(callback_state(connected.channel), CB_LOCKED);
 }
 
 TEST(TcpState, IsLockedOnAnObjectThatListensAfterAConnection) {
   ConnectedTcp connected;
   ASSERT_TRUE(connected.channel.listen(0, "127.0.0.1"));
-  EXPECT_EQ(callback_state(connected.channel), kCallbackLocked);
+  EXPECT_EQ(callback_state(connected.channel), CB_LOCKED);
 }

@@ -11,8 +11,8 @@ namespace zedipc::test {
 class Probe : public TCP {
  public:
   [[nodiscard]] IpcPrivate& inner() const { return *d; }
-  [[nodiscard]] bool armed() const { return (d->cb_state & kCallbackArmed) != 0; }
-  [[nodiscard]] bool locked() const { return (d->cb_state & kCallbackLocked) != 0; }
+  [[nodiscard]] bool armed() const { return (d->cb_state & CB_ARMED) != 0; }
+  [[nodiscard]] bool locked() const { return (d->cb_state & CB_LOCKED) != 0; }
 };
 
 }  // namespace zedipc::test
