@@ -47,10 +47,7 @@ int main(int argc, char** argv) {
 
   zedipc::Pipe listener;
   if (!listener.listen(argv[1])) {
-    std::fprintf(stderr,
-                 "echo_server: cannot listen on %s: a process listens there already, or the file "
-                 "cannot be made, or its name is longer than 107 bytes. Take another name.\n",
-                 argv[1]);
+    std::fputs(example::cannot_listen("echo_server", argv[1]).c_str(), stderr);
     return example::kFailed;
   }
   std::printf("echo_server: listening on %s\n", argv[1]);

@@ -2,8 +2,11 @@
 // What the example programs share: how they end, and how they say that there is no server.
 #pragma once
 
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <string>
@@ -38,6 +41,15 @@ class EndSignal {
     pthread_sigmask(SIG_UNBLOCK, &signals_, nullptr);
   }
 
+  // Waits until `fd` has input; false if the program is asked to end first.
+  [[nodiscard]] bool comes_after_input_on(int fd) const {
+    const int signals = signalfd(-1, &signals_, SFD_CLOEXEC);
+    pollfd waited[] = {{signals, POLLIN, 0}, {fd, POLLIN, 0}};
+    poll(waited, 2, -1);
+    if (signals != -1) close(signals);
+    return waited[0].revents == 0;
+  }
+
  private:
   sigset_t signals_;
 };
@@ -46,6 +58,13 @@ class EndSignal {
 inline std::string server_host() {
   const char* const host = std::getenv("NOTIFY_SERVER");
   return host != nullptr ? host : "127.0.0.1";
+}
+
+// Why a Pipe cannot listen.
+inline std::string cannot_listen(const std::string& program, const std::string& path) {
+  return program + ": cannot listen on " + path +
+         ": a process listens there already, or the file cannot be made, or its name is longer "
+         "than 107 bytes. Take another name.\n";
 }
 
 // What a result of -1 nearly always means.

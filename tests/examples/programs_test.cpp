@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: MIT
 // The small programs, as somebody would start them by hand.
 #include <gtest/gtest.h>
+#include <zedipc/pipe.h>
 
 #include <filesystem>
+#include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "demo/tcp_table.h"
+#include "echo_protocol.h"
 #include "examples/run.h"
 #include "support/child.h"
 #include "support/scratch_dir.h"
@@ -23,6 +27,7 @@ struct Arguments {
 };
 
 class WrongArguments : public testing::TestWithParam<Arguments> {};
+class EchoServer : public testing::TestWithParam<std::string> {};
 class WithoutServer : public testing::TestWithParam<Arguments> {};
 
 std::string name_of(const testing::TestParamInfo<Arguments>& info) {
@@ -41,6 +46,21 @@ class Server : public Running {
   bool listening_;
 };
 
+// What an echo server sends back.
+std::string echo(zedipc::Pipe& peer, const std::string& text) {
+  std::string answer;
+  int tag = 0;
+  EXPECT_TRUE(peer.write_msg(example::kEchoFrame, 7, text));
+  EXPECT_TRUE(peer.read_msg(example::kEchoFrame, tag, answer, example::kEchoLimit, 10000));
+  EXPECT_EQ(tag, 7);
+  return answer;
+}
+
+long threads_of(pid_t pid) {
+  const std::filesystem::directory_iterator tasks("/proc/" + std::to_string(pid) + "/task");
+  return std::distance(begin(tasks), end(tasks));
+}
+
 }  // namespace
 
 TEST_P(WrongArguments, GiveTheUsageAndStatus2) {
@@ -58,7 +78,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Arguments{"display", {"*", "1"}}, Arguments{"display", {"1", "1"}},
                     Arguments{"monitor", {"x"}}, Arguments{"printer", {"lobby"}},
                     Arguments{"printer", {"lobby", "n", "{}", "more"}},
-                    Arguments{"echo_server", {}}, Arguments{"echo_client", {"path"}}),
+                    Arguments{"echo_server", {}}, Arguments{"echo_callbacks", {}},
+                    Arguments{"echo_client", {"path"}}),
     name_of);
 
 TEST_P(WithoutServer, SaysSoAndFails) {
@@ -168,31 +189,76 @@ TEST(Monitor, SaysThatARemoteClientMayNotObserve) {
   EXPECT_NE(remote.output.find("NOTIFY_SERVER is \"127.1\""), std::string::npos) << remote.output;
 }
 
-TEST(Echo, SendsEachTextBack) {
+TEST_P(EchoServer, SendsEachTextBack) {
   const ScratchDir dir;
-  Running server(program("echo_server"), {dir.file("socket")});
+  Running server(program(GetParam()), {dir.file("socket")});
   ASSERT_TRUE(server.prints("listening"));
   const Result result = run(program("echo_client"), {dir.file("socket"), "one", "", "two words"});
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.output, "echo_client: one\necho_client: \necho_client: two words\n");
 }
 
-TEST(Echo, RemovesTheSocketFileAtTheEnd) {
+TEST_P(EchoServer, GoesOnAfterAFrameAboveTheLimit) {
   const ScratchDir dir;
-  Running server(program("echo_server"), {dir.file("socket")});
+  Running server(program(GetParam()), {dir.file("socket")});
   ASSERT_TRUE(server.prints("listening"));
-  EXPECT_EQ(server.end(SIGTERM).status, 0);
+  zedipc::Pipe peer;
+  ASSERT_TRUE(peer.connect(dir.file("socket").c_str()));
+  ASSERT_TRUE(peer.write_msg(example::kEchoFrame, 1, std::string(example::kEchoLimit + 1, 'x')));
+  EXPECT_EQ(echo(peer, "short"), "short");
+}
+
+TEST_P(EchoServer, RemovesTheSocketFileAtTheEnd) {
+  const ScratchDir dir;
+  Running server(program(GetParam()), {dir.file("socket")});
+  ASSERT_TRUE(server.prints("listening"));
+  const Result result = server.end(SIGTERM);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_NE(result.output.find(GetParam() + ": ended"), std::string::npos) << result.output;
   EXPECT_FALSE(std::filesystem::exists(dir.file("socket")));
 }
 
-TEST(Echo, SaysThatThePathIsTaken) {
+TEST_P(EchoServer, EndsWhilePeersAreConnected) {
+  const ScratchDir dir;
+  Running server(program(GetParam()), {dir.file("socket")});
+  ASSERT_TRUE(server.prints("listening"));
+  zedipc::Pipe peer;
+  ASSERT_TRUE(peer.connect(dir.file("socket").c_str()));
+  EXPECT_EQ(echo(peer, "text"), "text");
+  EXPECT_EQ(server.end(SIGTERM).status, 0);
+}
+
+TEST_P(EchoServer, SaysThatThePathIsTaken) {
   const ScratchDir dir;
   Running first(program("echo_server"), {dir.file("socket")});
   ASSERT_TRUE(first.prints("listening"));
-  const Result second = run(program("echo_server"), {dir.file("socket")});
+  const Result second = run(program(GetParam()), {dir.file("socket")});
   EXPECT_EQ(second.status, 1);
-  EXPECT_NE(second.output.find("cannot listen on " + dir.file("socket")), std::string::npos)
+  EXPECT_NE(second.output.find(GetParam() + ": cannot listen on " + dir.file("socket")),
+            std::string::npos)
       << second.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(Programs, EchoServer, testing::Values("echo_server", "echo_callbacks"),
+                         [](const auto& server) { return server.param; });
+
+TEST(EchoCallbacks, ServesManyPeersWithoutAThreadForEach) {
+  const ScratchDir dir;
+  Running server(program("echo_callbacks"), {dir.file("socket")});
+  ASSERT_TRUE(server.prints("listening"));
+  {
+    std::vector<std::unique_ptr<zedipc::Pipe>> peers;
+    for (int i = 0; i < 30; ++i) {
+      peers.push_back(std::make_unique<zedipc::Pipe>());
+      ASSERT_TRUE(peers.back()->connect(dir.file("socket").c_str()));
+    }
+    for (int round = 0; round < 3; ++round) {
+      for (const auto& peer : peers)
+        EXPECT_EQ(echo(*peer, round == 1 ? "" : "text"), round == 1 ? "" : "text");
+    }
+    EXPECT_EQ(threads_of(server.pid()), 2);
+  }
+  EXPECT_TRUE(eventually([&] { return threads_of(server.pid()) == 1; }));
 }
 
 TEST(Echo, SaysThatNobodyListens) {
