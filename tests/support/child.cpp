@@ -27,6 +27,32 @@ std::string contents(int fd) {
   return text;
 }
 
+// What a process has covered is written by exit and no other way.
+#ifdef ZEDIPC_COVERAGE
+constexpr bool kCoverage = true;
+#else
+constexpr bool kCoverage = false;
+#endif
+
+[[noreturn]] void end_child() {
+  std::fflush(nullptr);
+  const int status = ::testing::Test::HasFailure() ? 1 : 0;
+  if (kCoverage) std::exit(status);
+  _exit(status);
+}
+
+// Has a process end by exit if it does so within two seconds.
+void ask_to_end(pid_t pid) {
+  ::kill(pid, SIGTERM);
+  eventually(
+      [&] {
+        siginfo_t info{};
+        waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT);
+        return info.si_pid == pid;
+      },
+      2000);
+}
+
 }  // namespace
 
 bool eventually(const std::function<bool()>& condition, int msec) {
@@ -48,9 +74,9 @@ Child::Child(const Environment& environment, const std::function<void()>& body)
   dup2(err_fd_, STDERR_FILENO);
   for (const char* name : {"IPC_LOGMASK", "NFY_LOGMASK", "NOTIFY_SERVER"}) unsetenv(name);
   for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
+  if (kCoverage) signal(SIGTERM, [](int) { std::exit(0); });
   body();
-  std::fflush(nullptr);
-  _exit(::testing::Test::HasFailure() ? 1 : 0);
+  end_child();
 }
 
 Child::~Child() {
@@ -71,7 +97,9 @@ bool Child::wait_for_err(const std::string& text) const {
 }
 
 void Child::kill(int signal) {
-  if (pid_ != -1) ::kill(pid_, signal);
+  if (pid_ == -1) return;
+  if (kCoverage && signal == SIGKILL) ask_to_end(pid_);
+  ::kill(pid_, signal);
 }
 
 int Child::wait(int seconds) {
