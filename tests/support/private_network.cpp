@@ -3,7 +3,6 @@
 // so that tests can have port 5899 for themselves, side by side and beside a live
 // server. Where the system does not allow that, runs it as it is.
 #include <net/if.h>
-#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -11,27 +10,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <string>
+
+#include "support/own_namespace.h"
 
 namespace {
-
-void write_file(const char* path, const std::string& text) {
-  FILE* const file = std::fopen(path, "we");
-  if (file == nullptr) return;
-  std::fputs(text.c_str(), file);
-  std::fclose(file);
-}
-
-bool enter_namespace() {
-  if (unshare(CLONE_NEWNET) == 0) return true;
-  const unsigned uid = getuid();
-  const unsigned gid = getgid();
-  if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return false;
-  write_file("/proc/self/setgroups", "deny");
-  write_file("/proc/self/uid_map", std::to_string(uid) + " " + std::to_string(uid) + " 1");
-  write_file("/proc/self/gid_map", std::to_string(gid) + " " + std::to_string(gid) + " 1");
-  return true;
-}
 
 bool raise_loopback() {
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -50,7 +32,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: private_network PROGRAM [ARGUMENT ...]\n");
     return 2;
   }
-  if (enter_namespace() && !raise_loopback()) {
+  if (zedipc::test::enter_namespace(CLONE_NEWNET) && !raise_loopback()) {
     std::fprintf(stderr, "private_network: cannot raise the loopback interface: %s\n",
                  std::strerror(errno));
     return 1;
