@@ -72,7 +72,7 @@ bool require_dispatcher() {
     }
     const unsigned awaited = starts;
     wait_for_pass();
-    if (failed_start == awaited) return false;
+    if (failed_start >= awaited) return false;
   }
   return true;
 }
@@ -116,6 +116,7 @@ int open_wake_pipe() {
   int ends[2];
   // A byte that finds the pipe full is not needed: there are others in it.
   if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) == -1) return -1;
+  const std::lock_guard<std::mutex> lock(handle_mutex);
   Private::cb_handle.store(ends[1], std::memory_order_relaxed);
   return ends[0];
 }
@@ -150,7 +151,7 @@ void take_wake_up(int read_end) {
 // or delete any channel, so nothing of `entry` may be used after the call.
 void serve(Private* d, const Private::cb_thread_data& entry, const WatchSet& ready) {
   const auto [callback, data, ipc] = entry;
-  const int fd = d->fd.load(std::memory_order_relaxed);
+  const int fd = d->fd.load(std::memory_order_acquire);
   if (fd < 0) return;
   const int state = d->cb_state.load(std::memory_order_relaxed);
   if ((state & CB_LOCKED) != 0) {
@@ -205,7 +206,7 @@ void watch_all(WatchSet& watched) {
   constexpr int kWanted = CB_LOCKED | CB_ARMED;
   watched.clear();
   for (const auto& [d, entry] : *Private::cb_map) {
-    const int fd = d->fd.load(std::memory_order_relaxed);
+    const int fd = d->fd.load(std::memory_order_acquire);
     const int state = d->cb_state.load(std::memory_order_relaxed);
     ZEDIPC_IPC_LOG(
         kLogDebug, "cb_thread(): try to added fd=%d for callback %p (ipc=%p, d=%p, cb_state=%d)!\n",
@@ -279,10 +280,12 @@ void* IPC::IpcPrivate::cb_thread(void* /*unused*/) {
 }
 
 // All under read_mutex, so that a channel which is closed and perhaps connected again
-// meanwhile has either been through this before or not at all.
+// meanwhile has either been through this before or not at all. It is locked until the new
+// socket, which can have the number of the old one, is ready.
 IPC::IpcPrivate::Input IPC::IpcPrivate::take_input(int watched_fd) {
   const std::lock_guard<std::mutex> lock(read_mutex);
-  if (fd.load(std::memory_order_relaxed) != watched_fd) return Input::kClosed;
+  if (fd.load(std::memory_order_acquire) != watched_fd) return Input::kClosed;
+  if ((cb_state.load(std::memory_order_relaxed) & CB_LOCKED) != 0) return Input::kClosed;
   if (!poll_in_locked(0)) return Input::kNone;
   if ((cb_state.load(std::memory_order_relaxed) & CB_ARMED) == 0) return Input::kUnread;
   const bool failed = error_flag.load(std::memory_order_relaxed);

@@ -149,7 +149,7 @@ bool Pipe::listen(const char* name) {
   }
   pipe_private()->own_path(std::move(path));
   ZEDIPC_IPC_LOG(kLogDebug, "Pipe::listen(): listening on pipe %s, fd=%d\n", name, fd.get());
-  d->fd.store(fd.release(), std::memory_order_relaxed);
+  d->fd.store(fd.release(), std::memory_order_release);
   d->listener.store(true, std::memory_order_relaxed);
   return true;
 }
@@ -160,7 +160,7 @@ bool Pipe::connect(const char* name) {
   if (!check_name("connect", name)) return false;
   const int fd = make_socket("connect");
   if (fd == -1) return false;
-  d->fd.store(fd, std::memory_order_relaxed);
+  d->fd.store(fd, std::memory_order_release);
   if (connect_to(fd, FileAddress(name)) == -1) {
     close();  // which clears the flags too, since there is a socket
     ZEDIPC_IPC_LOG(kLogError, "Pipe::connect(): connect() to %s failed\n", name);
@@ -197,7 +197,7 @@ IPC* Pipe::accept(int timeout_msec) {
     ZEDIPC_IPC_LOG(kLogDebug, "Pipe::accept(): accepted new session on pipe %s (afd=%d)!\n",
                    path.c_str(), fd.get());
   }
-  session->d->fd.store(fd.release(), std::memory_order_relaxed);
+  session->d->fd.store(fd.release(), std::memory_order_release);
   session->d->socket_ready();
   return session.release();
 }

@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
-#include "ipc/background.h"
 #include "ipc/channels.h"
+#include "support/background.h"
 
 using namespace zedipc;
 using namespace zedipc::test;

@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "ipc/background.h"
 #include "ipc/channels.h"
+#include "support/background.h"
 
 using namespace zedipc;
 using namespace zedipc::test;

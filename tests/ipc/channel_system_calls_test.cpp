@@ -9,10 +9,10 @@
 #include <thread>
 #include <vector>
 
-#include "ipc/background.h"
 #include "ipc/channels.h"
 #include "ipc/probe.h"
 #include "ipc/system_calls.h"
+#include "support/background.h"
 
 using namespace zedipc;
 using namespace zedipc::test;

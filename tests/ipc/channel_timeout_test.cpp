@@ -5,9 +5,9 @@
 
 #include <string>
 
-#include "ipc/background.h"
 #include "ipc/channels.h"
 #include "ipc/stopwatch.h"
+#include "support/background.h"
 
 using namespace zedipc;
 using namespace zedipc::test;

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "ipc/background.h"
 #include "ipc/channels.h"
 #include "ipc/receive.h"
+#include "support/background.h"
 
 using namespace zedipc;
 using namespace zedipc::test;

@@ -5,10 +5,10 @@
 
 #include <string>
 
-#include "ipc/background.h"
 #include "ipc/channels.h"
 #include "ipc/receive.h"
 #include "ipc/stopwatch.h"
+#include "support/background.h"
 
 using namespace zedipc;
 using namespace zedipc::test;

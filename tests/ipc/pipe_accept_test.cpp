@@ -5,9 +5,9 @@
 
 #include <cstdio>
 
-#include "ipc/background.h"
 #include "ipc/endpoints.h"
 #include "ipc/stopwatch.h"
+#include "support/background.h"
 
 using namespace zedipc;
 using namespace zedipc::test;

@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <string>
 
-#include "ipc/background.h"
 #include "ipc/endpoints.h"
+#include "support/background.h"
 
 using namespace zedipc;
 using namespace zedipc::test;

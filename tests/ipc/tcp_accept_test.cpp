@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <string>
 
-#include "ipc/background.h"
 #include "ipc/endpoints.h"
 #include "ipc/stopwatch.h"
+#include "support/background.h"
 
 using namespace zedipc;
 using namespace zedipc::test;

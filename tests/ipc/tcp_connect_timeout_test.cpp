@@ -7,11 +7,11 @@
 
 #include <cstdio>
 
-#include "ipc/background.h"
 #include "ipc/endpoints.h"
 #include "ipc/setup_calls.h"
 #include "ipc/stopwatch.h"
 #include "ipc/system_calls.h"
+#include "support/background.h"
 
 using namespace zedipc;
 using namespace zedipc::test;

@@ -13,7 +13,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "ipc/background.h"
+#include "support/background.h"
 #include "support/child.h"
 
 using namespace zedipc;

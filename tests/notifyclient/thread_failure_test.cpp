@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "delivery_script.h"
-#include "failing_threads.h"
 #include "notifyclient/client_state.h"
 #include "notifyclient/invocation.h"
+#include "support/failing_threads.h"
 
 using namespace zedipc;
 using namespace zedipc::test;

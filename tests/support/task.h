@@ -62,6 +62,25 @@ class Task {
   std::thread thread_;  // the last member: it uses the others
 };
 
+// Does something again and again on a thread of its own, as long as it lives.
+class Repeat {
+ public:
+  explicit Repeat(const std::function<void()>& action)
+      : thread_([this, action] {
+          while (!stop_) action();
+        }) {}
+  ~Repeat() {
+    stop_ = true;
+    thread_.join();
+  }
+  Repeat(const Repeat&) = delete;
+  Repeat& operator=(const Repeat&) = delete;
+
+ private:
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
 // The number of this process's threads.
 inline int thread_count() {
   const std::filesystem::directory_iterator tasks("/proc/self/task");

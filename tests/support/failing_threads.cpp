@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "failing_threads.h"
+#include "support/failing_threads.h"
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -13,6 +13,9 @@ namespace {
 
 std::atomic<int> threads_to_fail{0};
 std::atomic<int> attributes_to_fail{0};
+std::atomic<int> detached_to_fail{0};
+std::atomic<int> stack_sizes_to_fail{0};
+std::atomic<int> destroyed{0};
 
 // Whether this call is one of those that fail.
 bool take(std::atomic<int>& count) {
@@ -34,6 +37,12 @@ void fail_threads(int count) { threads_to_fail = count; }
 
 void fail_attributes(int count) { attributes_to_fail = count; }
 
+void fail_detached(int count) { detached_to_fail = count; }
+
+void fail_stack_sizes(int count) { stack_sizes_to_fail = count; }
+
+int destroyed_attributes() { return destroyed; }
+
 }  // namespace zedipc::test
 
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
@@ -48,4 +57,23 @@ extern "C" int pthread_attr_init(pthread_attr_t* attributes) {
   using namespace zedipc::test;
   if (take(attributes_to_fail)) return ENOMEM;
   return original<decltype(pthread_attr_init)>("pthread_attr_init")(attributes);
+}
+
+extern "C" int pthread_attr_setdetachstate(pthread_attr_t* attributes, int state) {
+  using namespace zedipc::test;
+  if (take(detached_to_fail)) return EINVAL;
+  return original<decltype(pthread_attr_setdetachstate)>("pthread_attr_setdetachstate")(attributes,
+                                                                                        state);
+}
+
+extern "C" int pthread_attr_setstacksize(pthread_attr_t* attributes, size_t size) {
+  using namespace zedipc::test;
+  if (take(stack_sizes_to_fail)) return EINVAL;
+  return original<decltype(pthread_attr_setstacksize)>("pthread_attr_setstacksize")(attributes,
+                                                                                    size);
+}
+
+extern "C" int pthread_attr_destroy(pthread_attr_t* attributes) {
+  ++zedipc::test::destroyed;
+  return zedipc::test::original<decltype(pthread_attr_destroy)>("pthread_attr_destroy")(attributes);
 }

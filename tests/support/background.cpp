@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "ipc/background.h"
+#include "support/background.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

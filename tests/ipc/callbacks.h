@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: MIT
+// Callbacks of channels, and the dispatcher that calls them. For tests that are linked to
+// the library's parts.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <zedipc/ipc.h>
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "ipc/channels.h"
+#include "ipc/inner_state.h"
+#include "support/child.h"
+#include "support/task.h"
+
+namespace zedipc::test {
+
+using Dispatcher = IPC::IpcPrivate;
+
+// The threads of a process that has made no other than the dispatcher.
+#if defined(__SANITIZE_THREAD__)
+inline constexpr int kOwnThreads = 2;
+#else
+inline constexpr int kOwnThreads = 1;
+#endif
+
+// While it lives the dispatcher sleeps in select, or does not exist.
+class DispatcherPause {
+ public:
+  DispatcherPause() { pthread_mutex_lock(&Dispatcher::cb_mutex); }
+  ~DispatcherPause() { pthread_mutex_unlock(&Dispatcher::cb_mutex); }
+  DispatcherPause(const DispatcherPause&) = delete;
+  DispatcherPause& operator=(const DispatcherPause&) = delete;
+};
+
+// A callback that counts its calls. It has to live longer than its registration.
+class Callback {
+ public:
+  using Body = std::function<void(IPC& channel)>;
+
+  explicit Callback(Body body = {}) : body_(std::move(body)) {}
+  Callback(const Callback&) = delete;
+  Callback& operator=(const Callback&) = delete;
+
+  bool set_on(IPC& channel) { return channel.set_callback(call, this); }
+
+  // Waits until there were that many calls, the last of which may still run.
+  [[nodiscard]] bool called(int times = 1) const {
+    return eventually([&] { return calls_ >= times; });
+  }
+  [[nodiscard]] int calls() const { return calls_; }
+
+  // What a log line says of it.
+  static void* function() { return reinterpret_cast<void*>(&call); }
+
+ private:
+  static void call(void* data, IPC* channel) {
+    auto* const self = static_cast<Callback*>(data);
+    const Body body = self->body_;  // which may end the object
+    ++self->calls_;
+    if (body) body(*channel);
+  }
+
+  const Body body_;
+  std::atomic<int> calls_{0};
+};
+
+inline bool remove_callback(IPC& channel) { return channel.set_callback(nullptr, nullptr); }
+
+// What is read from a channel without waiting.
+inline std::string take(IPC& channel, int size) {
+  std::string data(static_cast<std::size_t>(size), '\0');
+  data.resize(static_cast<std::size_t>(channel.read(&data[0], size, 0)));
+  return data;
+}
+
+// Has the channel watched again, and reads nothing.
+inline void rearm(IPC& channel) {
+  char nothing;
+  EXPECT_EQ(channel.read(&nothing, 0, 0), 0);
+}
+
+// Returns when all that has happened so far has had its effect: the first pass takes a
+// change of a channel in, the second serves the channel.
+inline void settle() {
+  const LogChannelScope scope(kLogIpc);
+  Dispatcher::notify_cb_thread(true);
+  Dispatcher::notify_cb_thread(true);
+}
+
+// Waits until the dispatcher's sleep has ended, and it is held up by a lock of the test's.
+inline bool dispatcher_held_up() {
+  return eventually([] {
+    const bool free = pthread_mutex_trylock(&Dispatcher::cb_mutex) == 0;
+    if (free) pthread_mutex_unlock(&Dispatcher::cb_mutex);
+    return !free;
+  });
+}
+
+// Takes a byte that the peer sends now from the channel's socket, when the dispatcher has
+// seen that there is something and has not looked closer.
+inline void take_under_a_pass(IPC& channel, const RawPeer& peer) {
+  settle();
+  const std::lock_guard<std::mutex> reading(inner_state(channel).read_mutex);
+  peer.send("x");
+  EXPECT_TRUE(dispatcher_held_up());
+  char byte;
+  EXPECT_EQ(recv(channel.getFD(), &byte, 1, MSG_DONTWAIT), 1);
+}
+
+inline int callback_state(IPC& channel) {
+  const DispatcherPause pause;
+  return inner_state(channel).cb_state;
+}
+
+// The number of registrations; -1 without a dispatcher.
+inline int registrations() {
+  const DispatcherPause pause;
+  return Dispatcher::cb_map == nullptr ? -1 : static_cast<int>(Dispatcher::cb_map->size());
+}
+
+// Expects that there is no dispatcher, and nothing left of one.
+inline void expect_no_dispatcher() {
+  const DispatcherPause pause;
+  EXPECT_EQ(Dispatcher::cb_map, nullptr);
+  EXPECT_EQ(Dispatcher::cb_handle, -1);
+  EXPECT_FALSE(Dispatcher::cb_thread_running);
+}
+
+// The end of the wake-up pipe that the dispatcher reads.
+inline int wake_up_end() {
+  const int handle = Dispatcher::cb_handle;
+  const std::string directory = "/proc/self/fd/";
+  const auto pipe = std::filesystem::read_symlink(directory + std::to_string(handle));
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+    std::error_code gone;
+    const int fd = std::stoi(entry.path().filename());
+    if (fd != handle && std::filesystem::read_symlink(entry.path(), gone) == pipe) return fd;
+  }
+  ADD_FAILURE() << "no other end of " << pipe;
+  return -1;
+}
+
+// A place where a callback waits until the test lets it go on.
+class Gate {
+ public:
+  // Called in the callback.
+  void pass() {
+    waiting_ = true;
+    EXPECT_TRUE(eventually([&] { return open_.load(); }, 30000));
+    waiting_ = false;
+  }
+  // Waits until a callback waits here.
+  [[nodiscard]] bool reached() const {
+    return eventually([&] { return waiting_.load(); });
+  }
+  [[nodiscard]] bool open() const { return open_; }
+  void let_pass() { open_ = true; }
+
+ private:
+  std::atomic<bool> waiting_{false};
+  std::atomic<bool> open_{false};
+};
+
+}  // namespace zedipc::test
