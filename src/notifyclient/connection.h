@@ -38,6 +38,10 @@ SendResult unregister_client(IPC* connection, const std::string& to,
 // The text of a message that has nothing but a type.
 std::string plain_message(const char* type);
 
+// Handles what the server sends, until the connection is lost; then ends and deletes it.
+// Called on the one thread that reads from the connection.
+void serve_connection();
+
 // The thread function of a connection's reader; see reader.cpp.
 void* reader_thread(void*);
 

@@ -158,10 +158,8 @@ void tear_down() {
 
 }  // namespace
 
-// Runs no code of the application's. Every reader has a connection of its own; when
-// that is lost it stays until a new one stands, which then has a reader of its own.
-void* reader_thread(void* /*unused*/) {
-  const LogChannelScope scope(kLogNotifyClient);
+// Runs no code of the application's.
+void serve_connection() {
   std::string text;
   int msg_tag = 0;
   while (connection()->read_msg(NOTIFY_FRAME_ID, msg_tag, text, NOTIFY_MAX_MSG, -1)) {
@@ -170,6 +168,13 @@ void* reader_thread(void* /*unused*/) {
     handle_message(message);
   }
   tear_down();
+}
+
+// Every reader has a connection of its own; when that is lost it stays until a new one
+// stands, which then has a reader of its own.
+void* reader_thread(void* /*unused*/) {
+  const LogChannelScope scope(kLogNotifyClient);
+  serve_connection();
   do {
     sleep(kReconnectPause);
   } while (!ensure_connected());
