@@ -66,9 +66,9 @@ class ZEDIPC_EXPORT IPC {
   /// Frees the channel's state. `Pipe` and `TCP` close the socket first.
   virtual ~IPC();
 
-  /// Whether the peer ended the stream.
+  /// Whether the peer ended the stream; known once an operation has found it.
   virtual bool eof();
-  /// Whether an operation failed.
+  /// Whether an operation failed, be it for the connection or for its arguments.
   virtual bool error();
 
   /// Waits for a peer on a listening `Pipe` or `TCP`.
@@ -79,26 +79,30 @@ class ZEDIPC_EXPORT IPC {
 
   /// Closes the socket and clears the flags and addresses. Reads and writes that
   /// other threads are blocked in have ended when it returns; an `accept` ends
-  /// soon after. Does nothing without a socket.
+  /// soon after. Does nothing without a socket. A callback stays, and is called
+  /// again when the channel has a new connection.
   virtual void close();
 
   /// Writes all of `size` bytes. Blocks without limit while the peer does not
   /// read. Nothing to write succeeds on any channel.
-  /// @return false, with `error()` set, if not all went out.
+  /// @return false, with `error()` set, if not all went out, if there is no
+  ///   connection, if `data` is null, or if `size` is negative
   virtual bool write(const void* data, int size);
 
   /// Reads up to `size` bytes: waits up to `timeout_msec` for the first, and
   /// up to `next_timeout_msec` for each further piece.
   /// @return the number of bytes stored; fewer than `size` after a timeout, or
-  ///   with `eof()` or `error()` set.
+  ///   with `eof()` or `error()` set. It is 0 with `error()` set if there is no
+  ///   connection, if `data` is null (for 0 bytes too), or if `size` is negative.
   virtual int read(void* data, int size, int timeout_msec, int next_timeout_msec);
   /// The same with one timeout for every piece.
   virtual int read(void* data, int size, int timeout_msec);
 
   /// Sends one frame: the header with `msg_id` and `msg_tag`, then `size` bytes.
   /// Blocks as `write` does. A size of 0 is a valid message.
-  /// @return false if `data` is null with a size above 0, if `size` is negative
-  ///   (nothing is sent then), or if a write failed.
+  /// @return false if `data` is null with a size above 0, if `size` is negative or
+  ///   above 2147483643 (nothing is sent and no flag is set then), or if a write
+  ///   failed, which can leave the peer with a part of a frame
   virtual bool write_msg(unsigned int msg_id, int msg_tag, const void* data, int size);
   /// Sends the vector's bytes as one frame.
   virtual bool write_msg(unsigned int msg_id, int msg_tag, const std::vector<unsigned char>& data);
@@ -152,7 +156,9 @@ class ZEDIPC_EXPORT IPC {
   /// select(2)), and so does the library's own pipe; otherwise the process is
   /// aborted. The descriptor is to be closed by `close` alone.
   ///
-  /// @param data handed to the callback; not used in a removal
+  /// @param callback what to call; null for a removal
+  /// @param data handed to the callback, and stays the caller's; not used in a
+  ///   removal
   /// @return false if the library's thread cannot be started, and for a removal
   ///   if there is no callback
   virtual bool set_callback(ChannelCallback callback, void* data);
@@ -168,9 +174,13 @@ class ZEDIPC_EXPORT IPC {
   /// A frame with a payload above `size_limit` bytes is refused, and the next
   /// call looks for a frame inside what it left in the stream.
   ///
+  /// @param msg_id the word that begins the frames, as the peer writes it
   /// @param msg_tag receives the frame's tag; untouched if the header fails
   /// @param buffer receives the payload; empty if the header fails, at the
   ///   payload's length but only partly filled if the payload is cut short
+  /// @param size_limit the longest payload to accept, in bytes: what a peer can make
+  ///   this process allocate
+  /// @param timeout_msec the wait for the first bytes, in milliseconds
   /// @return true for a whole message. After false, `eof()` and `error()` tell
   ///   the end of the stream from a timeout or a refused frame.
   virtual bool read_msg(unsigned int msg_id, int& msg_tag, IpcBuffer& buffer, int size_limit,

@@ -43,25 +43,28 @@
 
 namespace zedipc {
 
-/// Called with a notification that was delivered to this process.
-/// @param data what was given at the registration
+/// Called with a notification that was delivered to this process. It must not
+/// throw.
+/// @param data what was given at the registration, which stays the caller's
 /// @param from the sender's name, as the sender wrote it
 /// @param to the destination, as the sender wrote it: "*", "1" or a name
 /// @param notification the notification's name
-/// @param parameter the sender's parameter, for the time of the call
+/// @param parameter the sender's parameter; it lives, as the texts do, for the
+///   time of the call
 /// @param flags the sender's flags
 using NotificationCallback = void (*)(void* data, const std::string& from, const std::string& to,
                                       const std::string& notification, const JSObject& parameter,
                                       unsigned int flags);
 
 /// Called with a notification of this process that was meant for one receiver
-/// and that nobody took; the arguments are those of the notification.
+/// and that nobody took; the arguments are those of the notification. It must not
+/// throw.
 using UnicastErrorCallback = void (*)(void* data, const std::string& from, const std::string& to,
                                       const std::string& notification, const JSObject& parameter,
                                       unsigned int flags);
 
 /// Called with each notification that the server has handed to a registration;
-/// `to` is the name of that registration.
+/// `to` is the name of that registration. It must not throw.
 using ObserverCallback = void (*)(void* data, const std::string& from, const std::string& to,
                                   const std::string& notification, unsigned int flags);
 
@@ -130,7 +133,8 @@ ZEDIPC_EXPORT int ipcRegisterNotificationCB(const std::string& notification,
                                             NotificationCallback cb, void* data = nullptr,
                                             int priority = 0, const std::string& to = "");
 
-/// Removes callbacks for a notification.
+/// Removes callbacks for a notification, and waits until those of them that run
+/// have ended: their data may be freed then.
 /// @param notification the name
 /// @param cb the callback; null for all of them, whatever their data
 /// @param data the data; null for any
@@ -148,11 +152,14 @@ ZEDIPC_EXPORT int ipcUnregisterNotificationCB(const std::string& notification,
 /// @param cb the callback; null is a deprecated way to unregister all observers
 /// @param data passed to the callback
 /// @return 0, also if it was registered already; -1 if there is no connection or
-///   the server could not be told; -3 if this client is a remote one
+///   the server could not be told, and -3 if this client is a remote one: nothing
+///   is registered then
 ZEDIPC_EXPORT int ipcRegisterObserver(ObserverCallback cb, void* data = nullptr);
 
-/// Removes observers; null arguments as for `ipcUnregisterNotificationCB`.
-/// Makes no connection.
+/// Removes observers, and waits as `ipcUnregisterNotificationCB` does. Makes no
+/// connection.
+/// @param cb the callback; null for all of them, whatever their data
+/// @param data the data; null for any
 /// @return 0; -1 if no observer is left and the server could not be told
 ZEDIPC_EXPORT int ipcUnregisterObserver(ObserverCallback cb, void* data = nullptr);
 
@@ -163,8 +170,10 @@ ZEDIPC_EXPORT int ipcUnregisterObserver(ObserverCallback cb, void* data = nullpt
 /// @return 0, also if it was registered already
 ZEDIPC_EXPORT int ipcRegisterUnicastError(UnicastErrorCallback cb, void* data = nullptr);
 
-/// Removes unicast error callbacks; null arguments as for
-/// `ipcUnregisterNotificationCB`.
+/// Removes unicast error callbacks, and waits as `ipcUnregisterNotificationCB`
+/// does. It needs no server.
+/// @param cb the callback; null for all of them, whatever their data
+/// @param data the data; null for any
 /// @return 0
 ZEDIPC_EXPORT int ipcUnregisterUnicastError(UnicastErrorCallback cb, void* data = nullptr);
 

@@ -32,7 +32,8 @@ class ZEDIPC_EXPORT Pipe : public IPC {
   ///
   /// A socket file that no process listens on any more is replaced, and so is
   /// any other file, or empty directory, under that name. Blocks while a live
-  /// listener of that name has its backlog full.
+  /// listener of that name has its backlog full. Who may connect is settled by the
+  /// file's permissions, which are what the process's umask leaves.
   /// @param name the path, at most 107 bytes
   /// @return false if the name is bad or taken by a live listener
   bool listen(const char* name);

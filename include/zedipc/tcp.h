@@ -32,7 +32,8 @@ class ZEDIPC_EXPORT TCP : public IPC {
   /// @param port 0 for a port of the system's choice, which `local_addr()` shows
   /// @param node the address or host name to bind; null for all addresses,
   ///   IPv6 and IPv4
-  /// @return false if no address could be bound
+  /// @return false if no address could be bound, as with a null `node` where the
+  ///   system has no IPv6
   bool listen(unsigned short port, const char* node = nullptr);
 
   /// Connects, closing what this object was before. Tries each address that
@@ -58,13 +59,15 @@ class ZEDIPC_EXPORT TCP : public IPC {
   /// before. From now on the channel owns it. Sets no option on it, and the
   /// addresses stay empty. Not to be called from a channel callback if this
   /// channel has one.
+  /// @param fd the socket's descriptor; it is not checked
   /// @return true
   bool setFD(int fd);
 
   /// Sets when an idle connection counts as dead: after `count` probes without
   /// an answer, the first one sent after `seconds` seconds of silence, and the
   /// others `seconds` seconds apart. A `count` of 0 or less switches keep-alive
-  /// off; the system then refuses the rest, and the result is false.
+  /// off; the system then refuses the rest, and the result is false. Does not
+  /// block, and holds until the channel is closed.
   /// @return false if there is no socket, or the system refuses an option
   bool setKeepalive(int count, int seconds);
 
