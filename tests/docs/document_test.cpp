@@ -24,8 +24,9 @@ std::vector<std::string> lines_of(const std::string& document) {
   return lines;
 }
 
-// The lines of the code block behind `mark`.
-std::vector<std::string> block(const std::string& document, const std::string& mark) {
+// The lines of the code block that is marked as `what`.
+std::vector<std::string> block(const std::string& document, const std::string& what) {
+  const std::string mark = "<!-- document_test: " + what + " -->";
   std::vector<std::string> result;
   bool found = false;
   bool inside = false;
@@ -46,7 +47,7 @@ TEST(Documents, ProtocolConversationIsWhatTheServerSays) {
   const ServerProcess server;
   const RawPeer peer = RawPeer::connect();
   int read = 0;
-  for (const std::string& line : block("docs/protocol.md", "<!-- conversation -->")) {
+  for (const std::string& line : block("docs/protocol.md", "conversation")) {
     if (line.rfind("> ", 0) == 0) {
       peer.send_message(line.substr(2));
     } else {
@@ -72,7 +73,7 @@ TEST(Documents, ProtocolShowsMessagesAsTheLibraryWritesThem) {
 
 TEST(Documents, ReadmeRulesAreValidAndDoWhatTheTextSays) {
   std::string text;
-  for (const std::string& line : block("README.md", "<!-- rules: valid -->")) text += line + "\n";
+  for (const std::string& line : block("README.md", "rules")) text += line + "\n";
   RuleSet inbound;
   RuleSet outbound;
   ASSERT_TRUE(parse_config(text, inbound, outbound));
