@@ -35,6 +35,9 @@ class Stage {
  public:
   Stage() {
     fs::copy_file(program("demo"), demo());
+#ifdef EMULATED
+    fs::copy_file(program("demo.emulated"), dir_.file("demo.emulated"));  // which "demo" runs
+#endif
     for (const char* name : {"server", "display", "monitor", "printer"}) {
       fs::create_symlink(program(name), dir_.file(name));
     }

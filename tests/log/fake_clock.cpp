@@ -31,7 +31,7 @@ extern "C" int clock_gettime(clockid_t id, timespec* now) noexcept {
 namespace zedipc::test {
 
 FakeClock::FakeClock(std::int64_t seconds, long nanoseconds) {
-  held.tv_sec = seconds;
+  held.tv_sec = static_cast<time_t>(seconds);
   held.tv_nsec = nanoseconds;
   clock_state = Clock::kHeld;
 }

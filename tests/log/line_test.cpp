@@ -150,6 +150,7 @@ TEST(LogStamp, WrapsAt32Bits) {
 }
 
 TEST(LogStamp, WrapsTheSecondsTimes1000Too) {
+  if (sizeof(time_t) < sizeof(std::int64_t)) GTEST_SKIP() << "seconds have 32 bits here";
   EXPECT_EQ(stamp_at(INT64_C(8589934592), 1000000), "0.001");
   EXPECT_EQ(stamp_at(INT64_C(8589934593), 0), "1.000");
 }

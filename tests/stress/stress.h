@@ -12,21 +12,15 @@
 
 namespace zedipc::test {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-inline constexpr bool kSanitized = true;
+// How often to do something. What is built with instruments takes longer, and a sanitizer
+// does not need a collision to find a race. An emulator is slow too.
+inline constexpr int amount(int wanted) {
+#if defined(ZEDIPC_INSTRUMENTED) || defined(EMULATED)
+  return (wanted + 9) / 10;
 #else
-inline constexpr bool kSanitized = false;
+  return wanted;
 #endif
-#else
-inline constexpr bool kSanitized = false;
-#endif
-
-// How often to do something: a sanitizer makes everything take longer, and does not need
-// a collision to find a race.
-inline constexpr int amount(int wanted) { return kSanitized ? (wanted + 9) / 10 : wanted; }
+}
 
 // Ends the process if a test hangs.
 class HangGuard {

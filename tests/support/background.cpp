@@ -17,6 +17,27 @@ std::atomic<int> handled{0};
 
 void on_signal(int) { ++handled; }
 
+// What the kernel calls a system call. Of an emulated thread it knows the emulator's calls,
+// whose numbers the build has looked up.
+long kernel_number(long system_call) {
+#ifdef EMULATED
+  switch (system_call) {
+    case kInPoll:
+      return HOST_SYS_ppoll;
+    case kInSend:
+      return HOST_SYS_sendto;
+    case SYS_connect:
+      return HOST_SYS_connect;
+    case kInMutex:
+      return HOST_SYS_futex;
+    default:
+      return -1;
+  }
+#else
+  return system_call;
+#endif
+}
+
 // The system call that a thread is blocked in; -1 if it runs.
 long system_call_of(pid_t tid) {
   std::ifstream in("/proc/self/task/" + std::to_string(tid) + "/syscall");
@@ -41,7 +62,8 @@ void Background::join() {
 }
 
 bool Background::blocks_in(long system_call) const {
-  return eventually([&] { return tid_ != 0 && system_call_of(tid_) == system_call; });
+  const long number = kernel_number(system_call);
+  return eventually([&] { return tid_ != 0 && system_call_of(tid_) == number; });
 }
 
 bool Background::ends(int msec) const {

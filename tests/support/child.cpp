@@ -14,6 +14,8 @@
 #include <cstdlib>
 #include <thread>
 
+#include "support/patience.h"
+
 namespace zedipc::test {
 
 namespace {
@@ -34,10 +36,15 @@ constexpr bool kCoverage = true;
 constexpr bool kCoverage = false;
 #endif
 
+[[noreturn]] void end_by_exit(int status) {
+  setenv(kEndsByExit, "1", 1);
+  std::exit(status);
+}
+
 [[noreturn]] void end_child() {
   std::fflush(nullptr);
   const int status = ::testing::Test::HasFailure() ? 1 : 0;
-  if (kCoverage) std::exit(status);
+  if (kCoverage) end_by_exit(status);
   _exit(status);
 }
 
@@ -56,7 +63,8 @@ void ask_to_end(pid_t pid) {
 }  // namespace
 
 bool eventually(const std::function<bool()>& condition, int msec) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(msec);
+  const auto deadline =
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(patience(msec));
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -74,7 +82,7 @@ Child::Child(const Environment& environment, const std::function<void()>& body)
   dup2(err_fd_, STDERR_FILENO);
   for (const char* name : {"IPC_LOGMASK", "NFY_LOGMASK", "NOTIFY_SERVER"}) unsetenv(name);
   for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
-  if (kCoverage) signal(SIGTERM, [](int) { std::exit(0); });
+  if (kCoverage) signal(SIGTERM, [](int) { end_by_exit(0); });
   body();
   end_child();
 }

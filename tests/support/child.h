@@ -12,6 +12,9 @@
 
 namespace zedipc::test {
 
+// Set in a child that ends by exit, which unloads libraries, and not by _exit.
+inline constexpr char kEndsByExit[] = "ENDS_BY_EXIT";
+
 using Environment = std::map<std::string, std::string>;
 
 // A process forked from this one. To be made while this process has one thread. It is

@@ -14,6 +14,8 @@
 #include <cstring>
 #include <utility>
 
+#include "support/patience.h"
+
 namespace zedipc::test {
 
 namespace {
@@ -104,7 +106,8 @@ void RawPeer::send(const std::string& bytes) const {
 void RawPeer::send_message(const std::string& text) const { send(frame(kNotifyFrame, 0, text)); }
 
 std::string RawPeer::receive(std::size_t count, int msec) const {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(msec);
+  const auto deadline =
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(patience(msec));
   std::string bytes(count, '\0');
   std::size_t have = 0;
   while (have < count) {
@@ -140,7 +143,7 @@ std::string RawPeer::receive_message(int msec) const {
 
 bool RawPeer::at_end(int msec) const {
   char byte;
-  return readable(fd_, msec) && ::recv(fd_, &byte, 1, MSG_PEEK) <= 0;
+  return readable(fd_, patience(msec)) && ::recv(fd_, &byte, 1, MSG_PEEK) <= 0;
 }
 
 bool RawPeer::silent(int msec) const { return !readable(fd_, msec); }
@@ -161,7 +164,7 @@ void RawListener::close() {
 }
 
 RawPeer RawListener::accept(int msec) const {
-  if (!readable(fd_, msec)) return RawPeer();
+  if (!readable(fd_, patience(msec))) return RawPeer();
   return RawPeer(accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC));
 }
 
