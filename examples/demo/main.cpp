@@ -17,11 +17,11 @@
 #include <exception>
 #include <string>
 
+#include "common/tcp_table.h"
 #include "demo/cast.h"
 #include "demo/ledger.h"
 #include "demo/screen.h"
 #include "demo/story.h"
-#include "demo/tcp_table.h"
 #include "program.h"
 
 namespace {
@@ -32,18 +32,18 @@ constexpr unsigned int kLastResort = 39;  // seconds, to an end by SIGALRM
 // Whether a server could open its port; says why if not.
 bool port_is_free() {
   zedipc::TCP probe;
-  if (probe.listen(demo::kPort, "127.0.0.1")) return true;
-  const std::string owner = demo::describe_port_owner();
+  if (probe.listen(common::kPort, "127.0.0.1")) return true;
+  const std::string owner = common::describe_port_owner();
   if (owner.empty()) {
     std::fprintf(stderr,
                  "demo: port %d cannot be opened on 127.0.0.1, and nobody is to be seen who has "
                  "it. Is the loopback interface up?\n",
-                 demo::kPort);
+                 common::kPort);
   } else {
     std::fprintf(stderr,
                  "demo: port %d, which the notification server needs, is taken by %s. End that "
                  "process, or run the demo in a network namespace of its own.\n",
-                 demo::kPort, owner.c_str());
+                 common::kPort, owner.c_str());
   }
   return false;
 }

@@ -6,11 +6,15 @@
 #include <algorithm>
 #include <chrono>
 
-#include "demo/tcp_table.h"
+#include "common/tcp_table.h"
 
 namespace demo {
 
 namespace {
+
+using common::client_port;
+using common::listens;
+using common::session;
 
 const std::vector<std::string> kClients{"display", "display-spare", "printer", "monitor"};
 

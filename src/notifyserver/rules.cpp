@@ -24,21 +24,9 @@ std::string normalised(const std::string& text) {
   return copy;
 }
 
-bool parse_line(const std::string& line, RuleSet& inbound, RuleSet& outbound) {
+bool is_blank_or_comment(const std::string& line) {
   const std::size_t first = line.find_first_not_of(' ');
-  if (first == std::string::npos || line[first] == '#' || line[first] == '\0') return true;
-  std::vector<std::string> words;
-  split_words(words, line);
-  if (words.size() != 4) return false;
-  ConfigRule rule{std::move(words[1]), std::move(words[2]), std::move(words[3])};
-  if (words[0] == "in") {
-    inbound.insert(std::move(rule));
-  } else if (words[0] == "out") {
-    outbound.insert(std::move(rule));
-  } else {
-    return false;
-  }
-  return true;
+  return first == std::string::npos || line[first] == '#' || line[first] == '\0';
 }
 
 }  // namespace
@@ -59,17 +47,39 @@ void split_words(std::vector<std::string>& words, const std::string& line) {
   }
 }
 
+bool RuleLine::is_rule() const {
+  return words.size() == 4 && (inbound() || words.front() == "out");
+}
+
+bool RuleLine::inbound() const { return words.front() == "in"; }
+
+std::vector<RuleLine> read_rules(const std::string& text) {
+  std::vector<RuleLine> rules;
+  const std::string copy = normalised(text);
+  std::size_t number = 0;
+  for (std::size_t begin = 0; begin <= copy.size();) {
+    const std::size_t end = std::min(copy.find('\n', begin), copy.size());
+    const std::string line = copy.substr(begin, end - begin);
+    begin = end + 1;
+    ++number;
+    if (is_blank_or_comment(line)) continue;
+    RuleLine rule{number, {}};
+    split_words(rule.words, line);
+    rules.push_back(std::move(rule));
+    if (!rules.back().is_rule()) break;
+  }
+  return rules;
+}
+
 bool parse_config(const std::string& text, RuleSet& inbound, RuleSet& outbound) {
   inbound.clear();
   outbound.clear();
-  const std::string copy = normalised(text);
-  std::size_t begin = 0;
-  for (;;) {
-    const std::size_t end = std::min(copy.find('\n', begin), copy.size());
-    if (!parse_line(copy.substr(begin, end - begin), inbound, outbound)) return false;
-    if (end == copy.size()) return true;
-    begin = end + 1;
+  for (RuleLine& line : read_rules(text)) {
+    if (!line.is_rule()) return false;
+    RuleSet& rules = line.inbound() ? inbound : outbound;
+    rules.insert({std::move(line.words[1]), std::move(line.words[2]), std::move(line.words[3])});
   }
+  return true;
 }
 
 bool rule_match(const std::string& from, const std::string& to, const std::string& notification,

@@ -2,6 +2,7 @@
 // The rules for notifications that cross the machine's border.
 #pragma once
 
+#include <cstddef>
 #include <set>
 #include <string>
 #include <vector>
@@ -20,6 +21,20 @@ struct ConfigRule {
 
 // A rule permits; what no rule of the set matches is refused.
 using RuleSet = std::set<ConfigRule>;
+
+// A rule and where the file has it, or what a line has in the place of a rule.
+struct RuleLine {
+  std::size_t number;              // from 1
+  std::vector<std::string> words;  // "in" or "out", and the three patterns
+
+  [[nodiscard]] bool is_rule() const;
+  // Of a rule: whether it is for what comes in.
+  [[nodiscard]] bool inbound() const;
+};
+
+// The rules of a file, in its order. The first line that is no rule, comment or blank
+// is the last one then.
+std::vector<RuleLine> read_rules(const std::string& text);
 
 // Reads the text of a rule file into the two sets, which are emptied first. False
 // at the first line that is no rule, comment or blank; the rules ahead of it are

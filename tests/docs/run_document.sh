@@ -72,7 +72,7 @@ run() {
   settle
   printf '%s\n' "$1" >commands.sh
   status=0
-  PATH=$scratch/bin:$PATH bash -e -o pipefail commands.sh >last.out 2>&1 </dev/null || status=$?
+  bash -e -o pipefail commands.sh >last.out 2>&1 </dev/null || status=$?
 }
 
 run_well() {
@@ -144,13 +144,15 @@ block() {
 }
 
 # A checkout as the document's reader has it, with this build in the place of a release,
-# and a g++ that is this build's compiler.
+# a g++ that is this build's compiler, and the command in the PATH.
 cd "$scratch"
 mkdir build bin
 ln -s "$source_dir/include" include
 ln -s "$build_dir" build/release
 printf '#!/bin/sh\nexec %s "$@"\n' "$*" >bin/g++
 chmod +x bin/g++
+ln -s "$build_dir/tools/zedipc" bin/zedipc
+PATH=$scratch/bin:$PATH
 unset NOTIFY_SERVER IPC_LOGMASK NFY_LOGMASK
 
 mark='' text='' indent='' inside=false

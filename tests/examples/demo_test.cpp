@@ -15,9 +15,9 @@
 #include <string>
 #include <vector>
 
+#include "common/tcp_table.h"
 #include "demo/ledger.h"
 #include "demo/screen.h"
-#include "demo/tcp_table.h"
 #include "examples/run.h"
 #include "support/child.h"
 #include "support/scratch_dir.h"
@@ -104,7 +104,7 @@ std::optional<std::string> on_terminal(bool no_color) {
 
 TEST(Demo, NamesTheProcessThatHasThePort) {
   zedipc::TCP listener;
-  ASSERT_TRUE(listener.listen(demo::kPort, "127.0.0.1"));
+  ASSERT_TRUE(listener.listen(common::kPort, "127.0.0.1"));
   const Result result = run(program("demo"));
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.output.find("demo: port 5899, which the notification server needs, is taken by "
@@ -117,7 +117,7 @@ TEST(Demo, NamesTheProcessThatHasThePort) {
 
 TEST(Demo, NamesTheProcessThatHasThePortOnAllAddresses) {
   zedipc::TCP listener;
-  ASSERT_TRUE(listener.listen(demo::kPort));
+  ASSERT_TRUE(listener.listen(common::kPort));
   const Result result = run(program("demo"));
   EXPECT_EQ(result.status, 1);
   EXPECT_NE(result.output.find("process " + std::to_string(getpid()) + " ("), std::string::npos)
@@ -128,7 +128,7 @@ TEST(Demo, SaysThatThePortBelongsToAnotherUser) {
   constexpr unsigned kNobody = 65534;
   if (geteuid() != 0) GTEST_SKIP() << "only root can be two users";
   zedipc::TCP listener;
-  ASSERT_TRUE(listener.listen(demo::kPort, "127.0.0.1"));
+  ASSERT_TRUE(listener.listen(common::kPort, "127.0.0.1"));
   const std::string path = program("demo");
   constexpr int kOutOfReach = 77;
   const auto result = zedipc::test::run_in_child({}, [&] {

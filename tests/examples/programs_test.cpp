@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "demo/tcp_table.h"
+#include "common/tcp_table.h"
 #include "echo_protocol.h"
 #include "examples/run.h"
 #include "support/child.h"
@@ -38,7 +38,7 @@ std::string name_of(const testing::TestParamInfo<Arguments>& info) {
 class Server : public Running {
  public:
   Server() : Running(program("server")) {
-    listening_ = eventually([this] { return demo::listens(pid()); });
+    listening_ = eventually([this] { return common::listens(pid()); });
   }
   [[nodiscard]] bool listening() const { return listening_; }
 

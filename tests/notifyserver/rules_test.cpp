@@ -190,6 +190,37 @@ TEST(ParseConfig, KeepsTheRulesAheadOfABadLine) {
   EXPECT_EQ(parsed.outbound, Words{"d|e|f"});
 }
 
+TEST(ReadRules, TellsTheLineOfEachRule) {
+  const std::vector<RuleLine> rules = read_rules("# first\n\nin a b c\r\nout d e f");
+  ASSERT_EQ(rules.size(), 2U);
+  EXPECT_EQ(rules[0].number, 3U);
+  EXPECT_EQ(rules[0].words, (Words{"in", "a", "b", "c"}));
+  EXPECT_TRUE(rules[0].is_rule());
+  EXPECT_TRUE(rules[0].inbound());
+  EXPECT_EQ(rules[1].number, 4U);
+  EXPECT_TRUE(rules[1].is_rule());
+  EXPECT_FALSE(rules[1].inbound());
+}
+
+TEST(ReadRules, KeepsRulesThatAreThereTwice) {
+  EXPECT_EQ(read_rules("in a b c\nin a b c\n").size(), 2U);
+}
+
+TEST(ReadRules, EndsWithTheFirstLineThatIsNoRule) {
+  const std::vector<RuleLine> rules = read_rules("in a b c\nin a b\nin a b c\n");
+  ASSERT_EQ(rules.size(), 2U);
+  EXPECT_EQ(rules[1].number, 2U);
+  EXPECT_EQ(rules[1].words, (Words{"in", "a", "b"}));
+  EXPECT_FALSE(rules[1].is_rule());
+}
+
+TEST(ReadRules, FindsALineOfOtherWhiteSpaceWithoutWords) {
+  const std::vector<RuleLine> rules = read_rules("\v\n");
+  ASSERT_EQ(rules.size(), 1U);
+  EXPECT_EQ(rules[0].words, Words{});
+  EXPECT_FALSE(rules[0].is_rule());
+}
+
 TEST(RuleMatch, WantsAllThreePatternsToMatch) {
   const RuleSet rules = rules_of("in a b c\n");
   EXPECT_TRUE(rule_match("a", "b", "c", rules));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "demo/tcp_table.h"
+#include "common/tcp_table.h"
 
 #include <arpa/inet.h>
 #include <pwd.h>
@@ -13,7 +13,7 @@
 #include <set>
 #include <sstream>
 
-namespace demo {
+namespace common {
 
 namespace {
 
@@ -157,10 +157,10 @@ std::optional<TcpSocket> session(pid_t server, std::uint16_t client_port) {
   return std::nullopt;
 }
 
-std::string describe_port_owner() {
+std::string describe_port_owner(bool any_address) {
   for (const TcpSocket& socket : tcp_sockets()) {
     if (!socket.listening || socket.local_port != kPort) continue;
-    if (!covers_loopback(socket.local_address)) continue;
+    if (!any_address && !covers_loopback(socket.local_address)) continue;
     const fs::path process = find_process(socket.inode);
     if (!process.empty()) {
       return "process " + process.filename().string() + " (" + command_of(process) + ")";
@@ -172,4 +172,4 @@ std::string describe_port_owner() {
   return "";
 }
 
-}  // namespace demo
+}  // namespace common

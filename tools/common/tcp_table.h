@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace demo {
+namespace common {
 
 constexpr std::uint16_t kPort = 5899;
 
@@ -40,8 +40,9 @@ std::uint16_t client_port(pid_t pid);
 // process, has accepted it and not closed it yet.
 std::optional<TcpSocket> session(pid_t server, std::uint16_t client_port);
 
-// Who keeps others from opening the port on 127.0.0.1, in words, as in "process 1234
-// (server rules.txt)"; "" if no such process or socket is to be seen.
-std::string describe_port_owner();
+// Who keeps others from opening the port on 127.0.0.1, or on all addresses at once, in
+// words, as in "process 1234 (server rules.txt)"; "" if no such process or socket is to
+// be seen.
+std::string describe_port_owner(bool any_address = false);
 
-}  // namespace demo
+}  // namespace common

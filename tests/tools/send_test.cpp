@@ -1,0 +1,192 @@
+// SPDX-License-Identifier: MIT
+// zedipc send.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+
+#include "support/raw_peer.h"
+#include "support/server_process.h"
+#include "tools/tool.h"
+
+using namespace command::test;
+using zedipc::test::RawPeer;
+using zedipc::test::ServerProcess;
+
+namespace {
+
+// A receiver named "display" of the notification "n", which the server knows.
+class Receiver {
+ public:
+  Receiver() {
+    peer_.send_message(R"({"type":"register","to":"display","notification":"n"})");
+    // What is sent to nobody comes back when the registration has been read.
+    peer_.send_message(R"({"type":"notify","from":"d","to":"nobody","notification":"n"})");
+    EXPECT_TRUE(contains(peer_.receive_message(), "unicast_error"));
+  }
+  [[nodiscard]] std::string next() const { return peer_.receive_message(); }
+  [[nodiscard]] const RawPeer& peer() const { return peer_; }
+
+ private:
+  RawPeer peer_ = RawPeer::connect();
+};
+
+// What arrives of a notification that is sent with these arguments.
+std::string sent(Arguments arguments, const std::string& input = "") {
+  const ServerProcess server;
+  const Receiver receiver;
+  arguments.insert(arguments.begin(), "send");
+  const Result result = run(arguments, input);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out + result.err, "");
+  return receiver.next();
+}
+
+std::string message(const std::string& to, const std::string& parameter,
+                    const std::string& from = "zedipc", const std::string& flags = "0") {
+  const std::string reference = to == "*" ? "" : R"("reference":268435456,)";
+  return R"({"flags":)" + flags + R"(,"from":")" + from + R"(","notification":"n","parameter":)" +
+         parameter + "," + reference + R"("to":")" + to + R"(","type":"notify"})";
+}
+
+}  // namespace
+
+TEST(Send, SendsToAName) {
+  const std::string text = sent({"display", "n", "{\"tray\":2}"});
+  EXPECT_EQ(text.substr(0, text.find(",\"reference\"")),
+            R"({"flags":0,"from":"zedipc","notification":"n","parameter":{"tray":2})");
+  EXPECT_TRUE(contains(text, R"("to":"display","type":"notify"})")) << text;
+}
+
+TEST(Send, SendsNullWithoutAParameter) {
+  EXPECT_TRUE(contains(sent({"display", "n"}), R"("parameter":null)"));
+}
+
+TEST(Send, BroadcastsInPlaceOfAName) {
+  EXPECT_EQ(sent({"--broadcast", "n", "1"}), message("*", "1"));
+}
+
+TEST(Send, SendsToTheHighestPriorityInPlaceOfAName) {
+  EXPECT_TRUE(contains(sent({"--any", "n"}), R"("to":"1")"));
+}
+
+TEST(Send, TakesTheSendersName) {
+  EXPECT_EQ(sent({"--broadcast", "n", "--from", "printer"}), message("*", "null", "printer"));
+}
+
+TEST(Send, TakesFlags) {
+  EXPECT_EQ(sent({"--broadcast", "n", "--flags", "0x11"}), message("*", "null", "zedipc", "17"));
+}
+
+TEST(Send, TakesATextThatIsNoJson) {
+  EXPECT_EQ(sent({"--broadcast", "n", "--string", "[a,\"b]"}), message("*", R"("[a,\"b]")"));
+}
+
+TEST(Send, TakesAnEmptyText) {
+  EXPECT_EQ(sent({"--broadcast", "n", "--string", ""}), message("*", R"("")"));
+}
+
+TEST(Send, TakesAnArray) {
+  EXPECT_EQ(sent({"--broadcast", "n", "[1,\"a\"]"}), message("*", R"([1,"a"])"));
+}
+
+TEST(Send, TakesANegativeNumber) {
+  EXPECT_EQ(sent({"--broadcast", "n", "-5"}), message("*", "-5"));
+}
+
+TEST(Send, ReadsJsonFromStandardInput) {
+  EXPECT_EQ(sent({"--broadcast", "n", "-"}, "{\"a\":[1 2]}\n"), message("*", R"({"a":[1,2]})"));
+}
+
+TEST(Send, ReadsATextFromStandardInput) {
+  EXPECT_EQ(sent({"--broadcast", "n", "--string", "-"}, "{\n"), message("*", R"("{\n")"));
+}
+
+TEST(Send, SendsSeveralTimes) {
+  const ServerProcess server;
+  const Receiver receiver;
+  EXPECT_EQ(run({"send", "--broadcast", "n", "--count", "3"}).status, 0);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(receiver.next(), message("*", "null"));
+  EXPECT_TRUE(receiver.peer().silent(100));
+}
+
+TEST(Send, PausesBetweenTwo) {
+  const ServerProcess server;
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(run({"send", "d", "n", "--count", "3", "--every", "150"}).status, 0);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(300));
+}
+
+TEST(Send, SucceedsWhenNobodyTakesItUnlessItWaitsForThat) {
+  const ServerProcess server;
+  const Result result = run({"send", "nobody", "n"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+}
+
+TEST(Send, SaysThatNobodyTakesItWhenItWaitsForThat) {
+  const ServerProcess server;
+  const Result result = run({"send", "nobody", "paper\033.out", "--wait", "20000"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "zedipc: nobody takes paper\\u001b.out for nobody\n");
+}
+
+TEST(Send, SaysThatNobodyHasTheHighestPriority) {
+  const ServerProcess server;
+  EXPECT_EQ(run({"send", "--any", "n", "--wait", "20000"}).err, "zedipc: nobody takes n for 1\n");
+}
+
+TEST(Send, SucceedsWhenItHasWaitedAndSomebodyTookIt) {
+  const ServerProcess server;
+  const Receiver receiver;
+  EXPECT_EQ(run({"send", "display", "n", "--wait", "50"}).status, 0);
+}
+
+TEST(Send, RefusesAParameterThatIsCutOff) {
+  const ServerProcess server;
+  const Receiver receiver;
+  const Result result = run({"send", "display", "n", "{\"tray\":2"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err,
+            "zedipc: the parameter:1:10: the JSON value is cut off here\n"
+            "  {\"tray\":2\n"
+            "           ^\n");
+  EXPECT_TRUE(receiver.peer().silent(100));
+}
+
+TEST(Send, RefusesAParameterWithSomethingBehindIt) {
+  const Result result = run({"send", "display", "n", "-"}, "{}\n{}");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err,
+            "zedipc: standard input:2:1: a JSON value ends ahead of this, and nothing may follow "
+            "it\n  {}\n  ^\n");
+}
+
+TEST(Send, RefusesAMessageThatTheServerWouldPassOver) {
+  const ServerProcess server;
+  const Result result = run({"send", "display", "n", "--string", "-"}, std::string(524288, 'x'));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_TRUE(contains(result.err, "the parameter is too long")) << result.err;
+}
+
+TEST(Send, SendsTheLongestMessageThatItTakes) {
+  const ServerProcess server;
+  const Receiver receiver;
+  const std::string around = message("display", R"("")", "zedipc", "0");
+  const std::size_t reference = std::string(R"("reference":268435456,)").size();
+  // Besides there is room for what the server adds.
+  const std::string text(524288 - 25 - (around.size() - reference), 'x');
+  EXPECT_EQ(run({"send", "display", "n", "--string", "-"}, text + "x").status, 1);
+  EXPECT_EQ(run({"send", "display", "n", "--string", "-"}, text).status, 0);
+  EXPECT_TRUE(contains(receiver.next(), text));
+}
+
+TEST(Send, SaysThatTheServerDoesNotAnswer) {
+  ServerProcess server;
+  server.process().kill(SIGSTOP);
+  const Result result = run({"send", "display", "n"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err,
+            "zedipc: the notification server at 127.0.0.1 does not answer. A client that has "
+            "stopped reading holds it up, or it is stopped.\n");
+}

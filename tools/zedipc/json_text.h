@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+// JSON texts that people have typed, or have in files.
+#pragma once
+
+#include <zedipc/jsobject.h>
+
+#include <string>
+
+namespace command {
+
+// Reads a text that is to be one value and nothing else, as tolerantly as the library
+// does. Throws Failure that shows the place where the text stops making sense; `name`
+// tells where the text is from.
+zedipc::JSObject read_json(const std::string& text, const std::string& name);
+
+// All of a file, or of standard input for "-". Throws Failure.
+std::string read_file(const std::string& path);
+
+}  // namespace command

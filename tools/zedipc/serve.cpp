@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+// zedipc serve: the notification server in the foreground.
+#include <unistd.h>
+#include <zedipc/notify.h>
+
+#include <atomic>
+#include <optional>
+#include <thread>
+
+#include "common/tcp_table.h"
+#include "zedipc/commands.h"
+#include "zedipc/inbox.h"
+#include "zedipc/output.h"
+#include "zedipc/rule_check.h"
+#include "zedipc/text.h"
+
+namespace command {
+
+namespace {
+
+// Nobody tells when the server listens, so it is looked at.
+constexpr std::chrono::milliseconds kBetweenLooks{5};
+
+std::optional<RuleFile> read_rules(const std::string& path) {
+  if (path.empty()) return std::nullopt;
+  RuleFile file(path);
+  if (!file.error().empty()) throw Failure("cannot start: " + file.error());
+  for (const std::string& warning : file.warnings()) say(warning);
+  return file;
+}
+
+std::string taken_port(bool external) {
+  const std::string owner = common::describe_port_owner(external);
+  if (owner.empty()) {
+    return "cannot start: port 5899 cannot be opened, and nobody is to be seen who has it. Is the "
+           "loopback interface up?";
+  }
+  return "cannot start: port 5899 is taken by " + printable(owner) +
+         ". If that is a notification server, clients find it already; if not, end it.";
+}
+
+// What the server's result means; the file was readable and right a moment before.
+std::string reason(int result, bool external) {
+  switch (result) {
+    case -3:
+      return taken_port(external);
+    case -4:
+      return "cannot start: the rule file cannot be opened any more";
+    case -5:
+      return "cannot start: the rule file has just become wrong; check it with 'zedipc rules'";
+    default:
+      return "cannot start: the library gave the unknown result " + std::to_string(result);
+  }
+}
+
+std::string announcement(const std::optional<RuleFile>& file) {
+  const std::string counts = file ? file->counts() : "no rules";
+  if (file && file->external()) {
+    return "serving other machines too, on port 5899 of all addresses (external): " + counts;
+  }
+  return "serving this machine, on 127.0.0.1 port 5899 (local): " + counts;
+}
+
+}  // namespace
+
+int serve(const ServeOptions& options) {
+  const std::optional<RuleFile> file = read_rules(options.rules);
+  const bool external = file && file->external();
+  Inbox& inbox = Inbox::instance();
+  inbox.catch_signals();
+  inbox.ignore_output();
+  static std::atomic<int> result{0};  // a failed start; the thread may outlive this call
+  std::thread([&inbox, path = options.rules] {
+    result = zedipc::ipcNotificationServer(path.empty() ? nullptr : path.c_str());
+    inbox.wake();
+  }).detach();
+
+  bool announced = false;
+  while (!Inbox::asked_to_end()) {
+    if (result != 0) throw Failure(reason(result, external));
+    if (!announced && common::listens(getpid())) {
+      Output().line(announcement(file));
+      announced = true;
+    }
+    inbox.wait(announced ? Clock::time_point::max() : Clock::now() + kBetweenLooks);
+  }
+  return kDone;
+}
+
+}  // namespace command
