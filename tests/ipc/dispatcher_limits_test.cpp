@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/select.h>
+#include <unistd.h>
 #include <zedipc/tcp.h>
 
 #include <stdexcept>
@@ -112,6 +113,7 @@ TEST(Callback, ThatThrowsEndsTheProcess) {
     Adopted adopted;
     adopted.peer.send("x");
     callback.set_on(adopted.channel);
+    pause();
   });
   EXPECT_EQ(result.status, kAborted) << result.out << result.err;
   EXPECT_NE(result.err.find("thrown by a callback"), std::string::npos) << result.err;

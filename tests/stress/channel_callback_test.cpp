@@ -161,6 +161,10 @@ TYPED_TEST(Callbacks, HaveEndedWhenTheirChannelIsDeleted) {
       receiver.set();
       const int frames = 1 + random.below(5);
       for (int n = 0; n < frames; ++n) receiver.send();
+      // Every other time when there is a callback to wait for.
+      if (i % 2 == 0) {
+        EXPECT_TRUE(eventually([&] { return receiver.calls() > 0; }));
+      }
       receiver.end();
       const int called = receiver.calls();
       EXPECT_LE(called, frames);
