@@ -20,6 +20,7 @@ int listen(const ListenOptions& options) {
                                             options.priority, name));
   }
   wait_for_server();
+  inbox.catch_signals();
   if (!options.view.quiet) say("listening as " + printable(name));
   if (!options.execute.empty()) {
     const Execution execution(options.execute, options.shell);

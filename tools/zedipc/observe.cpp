@@ -14,6 +14,7 @@ int observe(const ViewOptions& options) {
   Inbox& inbox = Inbox::instance();
   check(zedipc::ipcRegisterObserver(Inbox::on_delivery, &inbox));
   wait_for_server();
+  inbox.catch_signals();
   if (!options.quiet) say("observing");
   const Output output;
   return watch(inbox, options, [&](const Message& message) {

@@ -64,8 +64,8 @@ int top(const TopOptions& options) {
   Inbox& inbox = Inbox::instance();
   check(zedipc::ipcRegisterObserver(Inbox::on_delivery, &inbox));
   wait_for_server();
-  say("observing");
   inbox.catch_signals();
+  say("observing");
 
   Traffic traffic;
   Display display;

@@ -79,7 +79,6 @@ std::string shown(const Message& message, const std::string& format, const Outpu
 
 int watch(Inbox& inbox, const ViewOptions& options,
           const std::function<void(const Message&)>& take) {
-  inbox.catch_signals();
   const Clock::time_point end = end_of(options.timeout);
   for (unsigned int seen = 0; options.count == 0 || seen < options.count; ++seen) {
     const auto message = inbox.wait(end);

@@ -17,7 +17,8 @@ namespace command {
 std::string shown(const Message& message, const std::string& format, const Output& output);
 
 // Passes on what comes until the options' count or time, Ctrl-C, or the end of the reader;
-// gives the exit status, which is kFailed if the time came before the count.
+// gives the exit status, which is kFailed if the time came before the count. The inbox
+// catches signals already.
 int watch(Inbox& inbox, const ViewOptions& options,
           const std::function<void(const Message&)>& take);
 
