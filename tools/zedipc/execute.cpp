@@ -98,6 +98,7 @@ std::vector<std::string> environment_of(const Message& message) {
 // A null-terminated array for posix_spawn, of the strings' own text.
 std::vector<char*> pointers(std::vector<std::string>& strings) {
   std::vector<char*> result;
+  result.reserve(strings.size() + 1);
   for (std::string& text : strings) result.push_back(text.data());
   result.push_back(nullptr);
   return result;
