@@ -5,8 +5,8 @@
 #include <string>
 #include <tuple>
 
+#include "common/tcp_table.h"
 #include "cross/machines.h"
-#include "demo/tcp_table.h"
 #include "support/child.h"
 
 using namespace example::test;
@@ -21,7 +21,7 @@ class Notification : public testing::TestWithParam<Roles> {
   Notification() : server_(program(std::get<0>(GetParam()), "server")) {}
 
   void SetUp() override {
-    ASSERT_TRUE(eventually([this] { return demo::listens(server_.pid()); }, kPatience));
+    ASSERT_TRUE(eventually([this] { return common::listens(server_.pid()); }, kPatience));
   }
 
   // Sends until it is taken: the server may not be through with the registration at the first

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# The systemd unit is understood by systemd, and shuts the server in well enough.
+#   unit.sh UNIT COMMAND
+# COMMAND stands in for the installed one. Ends with 77 where systemd is not installed.
+set -euo pipefail
+unit=$1 command=$2
+
+command -v systemd-analyze >/dev/null || {
+  echo 'systemd-analyze is not installed'
+  exit 77
+}
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+sed "s|^ExecStart=[^ ]*|ExecStart=$command|" "$unit" >"$scratch/zedipc.service"
+cd "$scratch"
+
+complaints=$(systemd-analyze verify --man=no ./zedipc.service 2>&1) || {
+  echo "$complaints"
+  exit 1
+}
+# What is wrong in other units of the system is none of ours.
+if grep zedipc <<<"$complaints"; then exit 1; fi
+
+# In tenths; what is above 2 was forgotten.
+systemd-analyze security --offline=yes --threshold=20 ./zedipc.service || exit 1
