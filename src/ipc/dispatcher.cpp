@@ -12,7 +12,8 @@
 
 #ifdef __GLIBC__
 // The check behind the system's own FD_SET, which not every build type switches on.
-extern "C" long __fdelt_chk(long fd);  // NOLINT(bugprone-reserved-identifier)
+// NOLINTNEXTLINE(bugprone-reserved-identifier,readability-redundant-declaration)
+extern "C" long __fdelt_chk(long fd);
 #endif
 
 namespace zedipc {
