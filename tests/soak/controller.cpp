@@ -45,7 +45,7 @@ Outcome Controller::run() {
   const auto append = [&](const std::vector<std::string>& more) {
     problems.insert(problems.end(), more.begin(), more.end());
   };
-  if (done) append(growth(outcome_.first, outcome_.last));
+  if (done) append(growth(outcome_.first, outcome_.last, kMemoryIsJudged));
   append(stage_.problems());
   append(account_.problems());
   if (!problems.empty() && stage_.late() != 0) {

@@ -56,10 +56,11 @@ Usage typical(const std::vector<Usage>& samples) {
           median(samples, &Usage::memory)};
 }
 
-std::vector<std::string> growth(const Usage& first, const Usage& last) {
+std::vector<std::string> growth(const Usage& first, const Usage& last, bool memory_is_judged) {
   std::vector<std::string> grown;
   compare(grown, "descriptors", first.descriptors, last.descriptors, first.descriptors);
   compare(grown, "threads", first.threads, last.threads, first.threads);
+  if (!memory_is_judged) return grown;
   compare(grown, "memory (kB)", first.memory, last.memory,
           first.memory + first.memory / 10 + kMemorySlack);
   return grown;

@@ -52,11 +52,9 @@ void print_problems(const std::vector<std::string>& problems) {
 }
 
 int run_soak(const Options& options) {
-  // A client that logs would mix its lines with its reports. Freed memory that a
-  // sanitizer keeps for a while is no growth.
+  // A client that logs would mix its lines with its reports.
   setenv("NFY_LOGMASK", "0", 1);
   setenv("IPC_LOGMASK", "0", 1);
-  setenv("ASAN_OPTIONS", "quarantine_size_mb=1", 0);
   std::printf("soak: %d seconds, seed %u\n", options.seconds, options.seed);
   std::fflush(stdout);
   Controller controller(options);

@@ -83,14 +83,19 @@ TEST(SoakRounds, CountFromTheFirstThatBeganAfterwards) {
 }
 
 TEST(SoakGrowth, IsAnyDescriptorOrThreadMore) {
-  EXPECT_EQ(growth({24, 21, 2000}, {24, 21, 2000}).size(), 0U);
-  EXPECT_EQ(growth({24, 21, 2000}, {25, 21, 2000}).size(), 1U);
-  EXPECT_EQ(growth({24, 21, 2000}, {24, 22, 2000}).size(), 1U);
+  EXPECT_EQ(growth({24, 21, 2000}, {24, 21, 2000}, true).size(), 0U);
+  EXPECT_EQ(growth({24, 21, 2000}, {25, 21, 2000}, true).size(), 1U);
+  EXPECT_EQ(growth({24, 21, 2000}, {24, 22, 2000}, true).size(), 1U);
 }
 
 TEST(SoakGrowth, IsMoreMemoryThanAnAllocatorSettlesWith) {
-  EXPECT_EQ(growth({24, 21, 2000}, {24, 21, 2200 + kMemorySlack}).size(), 0U);
-  EXPECT_EQ(growth({24, 21, 2000}, {24, 21, 2201 + kMemorySlack}).size(), 1U);
+  EXPECT_EQ(growth({24, 21, 2000}, {24, 21, 2200 + kMemorySlack}, true).size(), 0U);
+  EXPECT_EQ(growth({24, 21, 2000}, {24, 21, 2201 + kMemorySlack}, true).size(), 1U);
+}
+
+TEST(SoakGrowth, IsNotOfMemoryWhereThatIsNotJudged) {
+  EXPECT_EQ(growth({24, 21, 2000}, {24, 21, 90000}, false).size(), 0U);
+  EXPECT_EQ(growth({24, 21, 2000}, {25, 21, 90000}, false).size(), 1U);
 }
 
 TEST(SoakGrowth, TakesTheMedianOfAMoment) {
