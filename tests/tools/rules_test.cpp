@@ -31,6 +31,15 @@ struct Checked : Result {
   }
 };
 
+// Two rules, in this order.
+struct Pair {
+  std::string wide;
+  std::string narrow;
+};
+
+class CoveredRule : public testing::TestWithParam<Pair> {};
+class SeparateRule : public testing::TestWithParam<Pair> {};
+
 Checked explained(const Arguments& question) {
   Arguments arguments{"--explain"};
   arguments.insert(arguments.end(), question.begin(), question.end());
@@ -94,6 +103,49 @@ TEST(Rules, WarnsOfARuleThatMatchesNothing) {
   EXPECT_EQ(result.err, "zedipc: " + result.path +
                             ":1: the rule matches nothing: 'c\\' ends in a backslash, which needs "
                             "a byte behind it\n");
+}
+
+TEST(Rules, TakesAPatternToEndAtAZeroByteAsTheServerDoes) {
+  const Checked result(std::string("in a b c\\\0d\n", 12));
+  EXPECT_TRUE(contains(result.err, ":1: the rule matches nothing: 'c\\\\u0000d' ends"))
+      << result.err;
+}
+
+TEST(Rules, CountARuleThatIsThereTwiceOnce) {
+  EXPECT_TRUE(contains(Checked("in a b c\nin a b c\n").out, "1 rule for what comes in, 0 rules"));
+}
+
+TEST_P(CoveredRule, IsWarnedOf) {
+  const Checked result(GetParam().wide + "\n" + GetParam().narrow + "\n");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "zedipc: " + result.path +
+                            ":2: the rule adds nothing: line 1 admits all that it admits\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rules, CoveredRule,
+    testing::Values(Pair{"in * * *", "in a b c"}, Pair{"out a b status.*", "out a b status.lid"},
+                    Pair{"in a* b c", "in ab*d b c"}, Pair{"in *b* b c", "in a*b b c"},
+                    Pair{"in * b c", "in ** b c"}, Pair{"in ** b c", "in * b c"},
+                    Pair{"in a*c b *", "in a*b*c b *d"}, Pair{"in \\*x* b c", "in \\*x b c"},
+                    Pair{"in \\a b c", "in a b c"}));
+
+TEST_P(SeparateRule, IsNotWarnedOf) {
+  EXPECT_EQ(Checked(GetParam().wide + "\n" + GetParam().narrow + "\n").err, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Rules, SeparateRule,
+                         testing::Values(Pair{"in * * *", "out a b c"},
+                                         Pair{"in a* b c", "in *a b c"},
+                                         Pair{"in a b c", "in a b d"}, Pair{"in * b c", "in a * c"},
+                                         Pair{"in \\* b c", "in a b c"},
+                                         Pair{"in a*b b c", "in a*c b c"},
+                                         Pair{"in *a*b b c", "in *b*a b c"}));
+
+TEST(Rules, WarnsOfARuleThatALaterOneCovers) {
+  const Checked result("in a b c\nout a b c\nin a * c\n");
+  EXPECT_EQ(result.err, "zedipc: " + result.path +
+                            ":1: the rule adds nothing: line 3 admits all that it admits\n");
 }
 
 TEST(Rules, SaysThatTheFileCannotBeOpened) {

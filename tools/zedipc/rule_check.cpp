@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
+#include "notifyserver/wildcard.h"
 #include "zedipc/json_text.h"
 #include "zedipc/text.h"
 
@@ -33,11 +35,41 @@ std::string what_is_wrong(const std::vector<std::string>& words) {
          std::to_string(words.empty() ? 0 : words.size() - 1);
 }
 
-// Whether the last backslash has nothing behind it to take, so that nothing matches.
+// Whether the last backslash has nothing behind it to take, so that nothing matches. A
+// pattern ends at its first zero byte, as in the matcher.
 bool ends_in_backslash(const std::string& pattern) {
-  std::size_t at = 0;
-  while (at < pattern.size()) at += pattern[at] == '\\' ? 2 : 1;
-  return at > pattern.size();
+  for (const char* at = pattern.c_str(); *at != '\0'; ++at) {
+    if (*at == '\\' && *++at == '\0') return true;
+  }
+  return false;
+}
+
+// One text of those that the pattern matches, which stands for all of them: it has a blank
+// for each star. A pattern cannot contain a blank, so only a star can take it, and that
+// takes whatever else may stand there.
+std::string typical_text(const std::string& pattern) {
+  std::string text;
+  for (const char* at = pattern.c_str(); *at != '\0'; ++at) {
+    const bool literal = *at == '\\';
+    if (literal) ++at;
+    text += *at == '*' && !literal ? ' ' : *at;
+  }
+  return text;
+}
+
+// The same for a rule: its direction, and a text for each pattern.
+std::vector<std::string> typical_words(const RuleLine& rule) {
+  std::vector<std::string> words{rule.words[0]};
+  for (std::size_t i = 1; i < kWords; ++i) words.push_back(typical_text(rule.words[i]));
+  return words;
+}
+
+// Whether the rule admits a notification with these three texts, in this direction.
+bool admits(const RuleLine& rule, const std::vector<std::string>& words) {
+  for (std::size_t i = 1; i < kWords; ++i) {
+    if (!zedipc::wildcard_match(rule.words[i].c_str(), words[i].c_str())) return false;
+  }
+  return rule.words[0] == words[0];
 }
 
 std::string joined(const std::vector<std::string>& words) {
@@ -60,31 +92,44 @@ std::string RuleFile::error() const {
   return place(lines_.back()) + what_is_wrong(lines_.back().words);
 }
 
+// Of rules that cover each other the first one is the wider one.
+const RuleLine* RuleFile::find_wider(const RuleLine& line) const {
+  const std::vector<std::string> words = typical_words(line);
+  const auto found = std::find_if(lines_.begin(), lines_.end(), [&](const RuleLine& other) {
+    return other.is_rule() && admits(other, words) && other.words != line.words &&
+           (other.number < line.number || !admits(line, typical_words(other)));
+  });
+  return found == lines_.end() ? nullptr : &*found;
+}
+
 std::vector<std::string> RuleFile::warnings() const {
   std::vector<std::string> result;
   std::map<std::vector<std::string>, std::size_t> first;
   for (const RuleLine& line : lines_) {
     if (!line.is_rule()) continue;
     const auto [found, is_new] = first.emplace(line.words, line.number);
+    const auto hopeless = std::find_if(line.words.begin(), line.words.end(), ends_in_backslash);
     if (!is_new) {
       result.push_back(place(line) + "the same rule is in line " + std::to_string(found->second));
-    }
-    const auto hopeless = std::find_if(line.words.begin(), line.words.end(), ends_in_backslash);
-    if (hopeless != line.words.end()) {
+    } else if (hopeless != line.words.end()) {
       result.push_back(place(line) + "the rule matches nothing: " + quoted(*hopeless) +
                        " ends in a backslash, which needs a byte behind it");
+    } else if (const RuleLine* const wide = find_wider(line)) {
+      result.push_back(place(line) + "the rule adds nothing: line " + std::to_string(wide->number) +
+                       " admits all that it admits");
     }
   }
   return result;
 }
 
 std::string RuleFile::counts() const {
-  std::size_t inbound = 0;
-  std::size_t outbound = 0;
+  std::set<std::vector<std::string>> inbound;
+  std::set<std::vector<std::string>> outbound;
   for (const RuleLine& line : lines_) {
-    if (line.is_rule()) ++(line.inbound() ? inbound : outbound);
+    if (line.is_rule()) (line.inbound() ? inbound : outbound).insert(line.words);
   }
-  return counted(inbound, "for what comes in, ") + counted(outbound, "for what goes out");
+  return counted(inbound.size(), "for what comes in, ") +
+         counted(outbound.size(), "for what goes out");
 }
 
 bool RuleFile::external() const {
@@ -94,10 +139,9 @@ bool RuleFile::external() const {
 
 std::string RuleFile::admitting(bool inbound, const std::string& from, const std::string& to,
                                 const std::string& notification) const {
+  const std::vector<std::string> words{inbound ? "in" : "out", from, to, notification};
   for (const RuleLine& line : lines_) {
-    if (!line.is_rule() || line.inbound() != inbound) continue;
-    const zedipc::RuleSet one{{line.words[1], line.words[2], line.words[3]}};
-    if (rule_match(from, to, notification, one)) return place(line) + joined(line.words);
+    if (line.is_rule() && admits(line, words)) return place(line) + joined(line.words);
   }
   return "";
 }

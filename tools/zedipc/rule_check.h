@@ -16,9 +16,10 @@ class RuleFile {
 
   // "" if the server can start with it, else the line and what is wrong with it.
   [[nodiscard]] std::string error() const;
-  // Rules that are there twice, and rules that match nothing.
+  // Rules that are there twice, that match nothing, or that another one covers.
   [[nodiscard]] std::vector<std::string> warnings() const;
-  // As in "1 rule for what comes in, 2 rules for what goes out".
+  // As in "1 rule for what comes in, 2 rules for what goes out". One that is there twice
+  // is one rule to the server.
   [[nodiscard]] std::string counts() const;
   // Whether the server listens for other machines.
   [[nodiscard]] bool external() const;
@@ -28,6 +29,9 @@ class RuleFile {
 
  private:
   [[nodiscard]] std::string place(const zedipc::RuleLine& line) const;
+  // A rule that admits all that this one admits; null if there is none. This one has to
+  // match something.
+  [[nodiscard]] const zedipc::RuleLine* find_wider(const zedipc::RuleLine& line) const;
 
   std::string name_;
   std::vector<zedipc::RuleLine> lines_;
