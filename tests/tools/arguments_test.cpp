@@ -46,9 +46,11 @@ TEST(Command, HelpListsAllCommands) {
 }
 
 TEST(Command, SaysItsVersion) {
-  const Result result = run({"--version"});
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.out, "zedipc " ZEDIPC_VERSION "\n");
+  for (const Arguments& arguments : {Arguments{"--version"}, Arguments{"send", "--version"}}) {
+    const Result result = run(arguments);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "zedipc " ZEDIPC_VERSION "\n");
+  }
 }
 
 TEST_P(WrongUsage, GivesStatus2AndAHint) {
@@ -68,6 +70,7 @@ INSTANTIATE_TEST_SUITE_P(
         Arguments{"send", "", "n"}, Arguments{"send", "display", ""},
         Arguments{"send", "display", "n", "{}", "more"}, Arguments{"send", "--broadcast"},
         Arguments{"send", "--broadcast", "display", "n", "{}"},
+        Arguments{"send", "--any", "display", "n", ""},
         Arguments{"send", "--broadcast", "--any", "n"},
         Arguments{"send", "--broadcast", "n", "--wait", "1"},
         Arguments{"send", "display", "n", "--from", ""},

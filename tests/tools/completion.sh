@@ -27,7 +27,7 @@ expect() {
 }
 
 for name in serve send listen observe top ping rules json; do
-  completed '' | grep -qx -- "$name" || fail "$name is not offered"
+  completed '' | grep -x -- "$name" >/dev/null || fail "$name is not offered"
   offered=$(completed "$name" - | sort)
   known=$("$command" "$name" --help |
     sed -n 's/^  \(-[a-z],\)\{0,1\}\(--[a-z]*\).*/\2/p' | sort)

@@ -107,6 +107,8 @@ INSTANTIATE_TEST_SUITE_P(
         Broken{"KeyAlone", "{\"a\"", std::string(":1:5: ") + kCutOff + "  {\"a\"\n      ^\n"},
         Broken{"ColonAlone", "{\"a\":", std::string(":1:6: ") + kCutOff + "  {\"a\":\n       ^\n"},
         Broken{"OpenWord", "[tru", std::string(":1:5: ") + kCutOff + "  [tru\n      ^\n"},
+        Broken{"OpenAheadOfALineEnd", "{\"a\":[\n 1,2\n\n",
+               std::string(":2:5: ") + kCutOff + "   1,2\n      ^\n"},
         Broken{"OpenFalse", "fals", std::string(":1:5: ") + kCutOff + "  fals\n      ^\n"},
         Broken{"WrongWord", "[1, trap]",
                std::string(":1:7: ") + kCannotGoOn + "  [1, trap]\n        ^\n"},

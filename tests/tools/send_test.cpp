@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 // zedipc send.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <fstream>
 #include <string>
 
 #include "support/raw_peer.h"
@@ -30,6 +32,19 @@ class Receiver {
  private:
   RawPeer peer_ = RawPeer::connect();
 };
+
+// Waits until the process ends by Ctrl-C in a way of its own.
+bool catches_ctrl_c(pid_t pid) {
+  return zedipc::test::eventually([pid] {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string word; status >> word;) {
+      if (word == "SigCgt:" && status >> word) {
+        return (std::stoull(word, nullptr, 16) >> (SIGINT - 1) & 1U) != 0;
+      }
+    }
+    return false;
+  });
+}
 
 // What arrives of a notification that is sent with these arguments.
 std::string sent(Arguments arguments, const std::string& input = "") {
@@ -179,6 +194,66 @@ TEST(Send, SendsTheLongestMessageThatItTakes) {
   EXPECT_EQ(run({"send", "display", "n", "--string", "-"}, text + "x").status, 1);
   EXPECT_EQ(run({"send", "display", "n", "--string", "-"}, text).status, 0);
   EXPECT_TRUE(contains(receiver.next(), text));
+}
+
+TEST(Send, RefusesAnEmptyParameter) {
+  const Result result = run({"send", "display", "n", ""});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "zedipc: the parameter: there is no JSON value\n");
+}
+
+TEST(Send, RefusesANumberThatTheServerWouldPassOver) {
+  const ServerProcess server;
+  const Result result = run({"send", "display", "n", "{\"a\":[-1e999]}"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_TRUE(contains(result.err, "the parameter has a number that is too large")) << result.err;
+}
+
+TEST(Send, EndsASeriesByCtrlC) {
+  const ServerProcess server;
+  const Receiver receiver;
+  Tool tool({"send", "display", "n", "--count", "2", "--every", "600000"});
+  EXPECT_TRUE(contains(receiver.next(), "\"n\""));
+  EXPECT_TRUE(catches_ctrl_c(tool.pid()));
+  EXPECT_EQ(tool.interrupt(), 0);
+  EXPECT_EQ(tool.err(), "");
+}
+
+TEST(Send, SaysThatCtrlCLeftItOpenWhetherAnybodyTookIt) {
+  const ServerProcess server;
+  const Receiver receiver;
+  Tool tool({"send", "display", "n", "--wait", "600000"});
+  EXPECT_TRUE(contains(receiver.next(), "\"n\""));
+  EXPECT_TRUE(catches_ctrl_c(tool.pid()));
+  EXPECT_EQ(tool.interrupt(), 1);
+  EXPECT_EQ(tool.err(),
+            "zedipc: interrupted before it was known whether anybody takes n for display\n");
+}
+
+TEST(Send, WaitsAlsoIfNobodyReadsItsOutput) {
+  const ServerProcess server;
+  const Receiver receiver;
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  close(ends[0]);
+  const auto begin = std::chrono::steady_clock::now();
+  zedipc::test::Child child({}, [&] {
+    dup2(ends[1], STDOUT_FILENO);
+    become({"send", "display", "n", "--wait", "300"});
+  });
+  EXPECT_EQ(child.wait(), 0);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(300));
+  close(ends[1]);
+}
+
+TEST(Send, RemembersARefusalThatComesInAPause) {
+  const ServerProcess server;
+  Tool tool({"send", "display", "n", "--count", "2", "--every", "2000", "--wait", "0"});
+  EXPECT_TRUE(catches_ctrl_c(tool.pid()));  // the first one has been sent
+  const Receiver receiver;
+  EXPECT_TRUE(contains(receiver.next(), "\"n\""));
+  EXPECT_EQ(tool.wait(), 1);
+  EXPECT_EQ(tool.err(), "zedipc: nobody takes n for display\n");
 }
 
 TEST(Send, SaysThatTheServerDoesNotAnswer) {

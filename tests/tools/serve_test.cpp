@@ -86,7 +86,9 @@ TEST(Serve, SaysWhichProcessHasThePortOnAnotherAddress) {
 TEST(Serve, SaysThatTheRuleFileCannotBeOpened) {
   const ScratchDir dir;
   EXPECT_EQ(says_when_taken({"serve", "--rules", dir.file("none")}),
-            "zedipc: cannot open '" + dir.file("none") + "': No such file or directory\n");
+            "zedipc: cannot start: cannot open '" + dir.file("none") +
+                "': No such file or directory. Name another file, or leave out --rules to serve "
+                "this machine alone.\n");
 }
 
 TEST(Serve, SaysWhichLineOfTheRuleFileIsWrong) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zedipc/arguments.h"
 
+#include <algorithm>
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <functional>
@@ -66,10 +67,15 @@ void add_server(CLI::App& app, Request& request) {
       ->type_name("HOST");
 }
 
+void add_version(CLI::App& app) {
+  app.set_version_flag("--version", "zedipc " ZEDIPC_VERSION, "Print the version and exit");
+}
+
 void add_view(CLI::App& sub, ViewOptions& view) {
   sub.add_option("--format", view.format, "How notifications are shown: text, json or raw")
       ->check(one_of({"text", "json", "raw"}))
-      ->type_name("FORMAT");
+      ->type_name("FORMAT")
+      ->capture_default_str();
   sub.add_option("--count", view.count, "End after that many")->type_name("N");
   sub.add_option("--timeout", view.timeout,
                  "End after that time, with status 1 if --count has not been reached")
@@ -92,11 +98,13 @@ void add_serve(CLI::App& app, Request& request) {
 }
 
 // With --broadcast or --any there is no TO, and what stands there is the notification.
-void shift_words(SendOptions& options, bool broadcast, bool any) {
+void shift_words(SendOptions& options, std::size_t words, bool broadcast, bool any) {
+  options.parameter = words > 2;
   if (broadcast || any) {
-    if (!options.json.empty()) {
+    if (options.parameter) {
       throw CLI::ValidationError("send", "--broadcast and --any take the place of TO");
     }
+    options.parameter = words > 1;
     options.json = options.notification;
     options.notification = options.to;
     options.to = broadcast ? "*" : "1";
@@ -109,10 +117,11 @@ void shift_words(SendOptions& options, bool broadcast, bool any) {
 void add_send(CLI::App& app, Request& request) {
   const auto options = std::make_shared<SendOptions>();
   CLI::App* const sub = app.add_subcommand("send", "Send a notification");
-  sub->add_option("TO", options->to, "The receiver's name")->type_name("");
-  sub->add_option("NOTIFICATION", options->notification, "The notification's name")->type_name("");
-  sub->add_option("JSON", options->json, "The parameter; - reads it from standard input")
-      ->type_name("");
+  const std::vector<CLI::Option*> words{
+      sub->add_option("TO", options->to, "The receiver's name"),
+      sub->add_option("NOTIFICATION", options->notification, "The notification's name"),
+      sub->add_option("JSON", options->json, "The parameter; - reads it from standard input")};
+  for (CLI::Option* const word : words) word->type_name("");
   CLI::Option* const broadcast = sub->add_flag("--broadcast", "Send to everybody, in place of TO");
   CLI::Option* const any =
       sub->add_flag("--any", "Send to the highest priority, in place of TO")->excludes(broadcast);
@@ -124,10 +133,12 @@ void add_send(CLI::App& app, Request& request) {
   sub->add_flag("--string", options->text, "The parameter is a text, and no JSON");
   sub->add_option("--count", options->count, "Send that often")
       ->check(range(1U, std::numeric_limits<unsigned>::max()))
-      ->type_name("N");
+      ->type_name("N")
+      ->capture_default_str();
   sub->add_option("--every", options->every, "Pause between two")
       ->check(milliseconds())
-      ->type_name("MS");
+      ->type_name("MS")
+      ->capture_default_str();
   sub->add_option("--wait", options->wait,
                   "Wait that long for the word that nobody takes it, which is status 1 then")
       ->check(milliseconds())
@@ -140,8 +151,11 @@ void add_send(CLI::App& app, Request& request) {
       "  zedipc send display paper.out --wait 500\n"
       "  zedipc send --broadcast greeting --string 'good morning'\n"
       "  zedipc send --any job - < job.json");
-  sub->callback([&request, options, broadcast, any] {
-    shift_words(*options, broadcast->count() > 0, any->count() > 0);
+  sub->callback([&request, options, words, broadcast, any] {
+    const auto given = std::count_if(words.begin(), words.end(),
+                                     [](const CLI::Option* word) { return word->count() > 0; });
+    shift_words(*options, static_cast<std::size_t>(given), broadcast->count() > 0,
+                any->count() > 0);
     request.command = [options] { return send(*options); };
   });
 }
@@ -159,7 +173,8 @@ void add_listen(CLI::App& app, Request& request) {
       ->check(receivers_name())
       ->type_name("NAME");
   sub->add_option("--priority", options->priority, "The highest gets what is sent with --any")
-      ->type_name("N");
+      ->type_name("N")
+      ->capture_default_str();
   CLI::Option* const execute =
       sub->add_option("--exec", options->execute,
                       "Run a command for each, with ZEDIPC_FROM, ZEDIPC_TO, ZEDIPC_NOTIFICATION "
@@ -204,10 +219,12 @@ void add_top(CLI::App& app, Request& request) {
       add(app, request, "top", "Show who sends how much to whom, live on a terminal", options, top);
   sub->add_option("--sort", options->sort, "Sort by count, rate, time or name")
       ->check(one_of({"count", "rate", "time", "name"}))
-      ->type_name("KEY");
+      ->type_name("KEY")
+      ->capture_default_str();
   sub->add_option("--interval", options->interval, "Draw that often")
       ->check(range(0.1, 3600.0))
-      ->type_name("S");
+      ->type_name("S")
+      ->capture_default_str();
   sub->add_option("--timeout", options->duration, "End after that time")
       ->check(seconds())
       ->type_name("S");
@@ -228,7 +245,8 @@ void add_ping(CLI::App& app, Request& request) {
       ->type_name("N");
   sub->add_option("--interval", options->interval, "Pause between two")
       ->check(range(1, kLongestWait))
-      ->type_name("MS");
+      ->type_name("MS")
+      ->capture_default_str();
   add_server(*sub, request);
   sub->footer(
       "Examples:\n"
@@ -290,7 +308,7 @@ int run(int argc, char** argv) {
   CLI::App app{"Sends, receives and watches notifications, and serves them.", "zedipc"};
   Request request;
   add_server(app, request);
-  app.set_version_flag("--version", "zedipc " ZEDIPC_VERSION);
+  add_version(app);
   app.failure_message(complaint);
   app.require_subcommand(1);
   app.footer(
@@ -304,6 +322,7 @@ int run(int argc, char** argv) {
        {add_serve, add_send, add_listen, add_observe, add_top, add_ping, add_rules, add_json}) {
     add_command(app, request);
   }
+  for (CLI::App* const sub : app.get_subcommands({})) add_version(*sub);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -16,7 +16,8 @@ int serve(const ServeOptions& options);
 struct SendOptions {
   std::string to;
   std::string notification;
-  std::string json;  // "-" for standard input, "" for none
+  bool parameter = false;  // whether there is one; null is sent without
+  std::string json;        // the parameter; "-" for standard input
   std::string from = "zedipc";
   unsigned int flags = 0;
   bool text = false;  // the parameter is a string's text

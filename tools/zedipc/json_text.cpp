@@ -43,8 +43,10 @@ Open open_at_end(const std::string& beginning) {
   return open;
 }
 
+constexpr char kBlanks[] = " \t\r\n";
+
 bool is_blank(const std::string& text) {
-  return text.find_first_not_of(" \t\r\n") == std::string::npos;
+  return text.find_first_not_of(kBlanks) == std::string::npos;
 }
 
 bool is_whole_value(const std::string& text) {
@@ -107,16 +109,18 @@ JSObject read_json(const std::string& text, const std::string& name) {
   if (length >= 0 && stopped <= text.size()) {
     const bool none = is_blank(text.substr(0, stopped));
     const std::size_t place =
-        none ? std::min(text.find_first_not_of(" \t\r\n"), text.size()) : stopped;
+        none ? std::min(text.find_first_not_of(kBlanks), text.size()) : stopped;
     if (place == text.size()) throw Failure(name + ": there is no JSON value");
     throw error_at(text, place, name,
                    none ? "no JSON value begins like this (a text needs quotes)"
                         : "a JSON value ends ahead of this, and nothing may follow it");
   }
   const std::size_t place = length < 0 ? place_of_error(text) : text.size();
-  throw error_at(text, place, name,
-                 place == text.size() ? "the JSON value is cut off here"
-                                      : "the JSON value cannot go on like this");
+  if (place < text.size()) {
+    throw error_at(text, place, name, "the JSON value cannot go on like this");
+  }
+  // Shown behind what is there: a file's last line end would have it in an empty line.
+  throw error_at(text, text.find_last_not_of(kBlanks) + 1, name, "the JSON value is cut off here");
 }
 
 std::string read_file(const std::string& path) {

@@ -21,9 +21,18 @@ namespace {
 // Nobody tells when the server listens, so it is looked at.
 constexpr std::chrono::milliseconds kBetweenLooks{5};
 
+RuleFile open_rules(const std::string& path) {
+  try {
+    return RuleFile(path);
+  } catch (const Failure& failure) {
+    throw Failure(std::string("cannot start: ") + failure.what() +
+                  ". Name another file, or leave out --rules to serve this machine alone.");
+  }
+}
+
 std::optional<RuleFile> read_rules(const std::string& path) {
   if (path.empty()) return std::nullopt;
-  RuleFile file(path);
+  RuleFile file = open_rules(path);
   if (!file.error().empty()) throw Failure("cannot start: " + file.error());
   for (const std::string& warning : file.warnings()) say(warning);
   return file;
