@@ -11,7 +11,7 @@
 #                                 one whose name is - has to end and succeed
 #   <!-- output -->               what the last commands that ended have printed
 #   <!-- output: NAME -->         what NAME prints next
-#   <!-- document_test: WHAT -->  tried out by document_test.cpp
+#   <!-- document_test: WHAT -->  tried out by document_test.cpp, or by packet_filter.sh
 #   <!-- not run: REASON -->      nothing that can be run here
 # A comment by itself, <!-- stop: NAME -->, ends what was started. The process named
 # "server" is waited for until it listens.
@@ -138,6 +138,7 @@ block() {
     output) same "$(printed last)" "$2" ;;
     'output: '*) expect "${1#output: }" "$2" ;;
     'document_test: conversation' | 'document_test: messages' | 'document_test: rules') ;;
+    'document_test: packet filter') ;;
     'not run: '?*) ;;
     *) fail "what is to be done with this block? Its mark is '$1'" ;;
   esac
