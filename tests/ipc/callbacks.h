@@ -23,6 +23,8 @@
 
 namespace zedipc::test {
 
+inline constexpr int kWatched = CB_REGISTERED | CB_ARMED;
+
 using Dispatcher = IPC::IpcPrivate;
 
 // The threads of a process that has made no other than the dispatcher.

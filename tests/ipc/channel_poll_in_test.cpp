@@ -13,15 +13,6 @@
 using namespace zedipc;
 using namespace zedipc::test;
 
-namespace {
-
-void expect_flags(IPC& channel, bool eof, bool error) {
-  EXPECT_EQ(channel.eof(), eof);
-  EXPECT_EQ(channel.error(), error);
-}
-
-}  // namespace
-
 TEST(PollIn, IsFalseWithoutData) {
   EXPECT_EQ(log_of([] {
               Adopted adopted;

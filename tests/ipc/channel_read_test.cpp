@@ -24,11 +24,6 @@ std::string read(IPC& channel, int size, int timeout_msec = 10000, int next_time
   return data.substr(0, static_cast<std::size_t>(count));
 }
 
-void expect_flags(IPC& channel, bool eof, bool error) {
-  EXPECT_EQ(channel.eof(), eof);
-  EXPECT_EQ(channel.error(), error);
-}
-
 }  // namespace
 
 TEST(Read, StoresWhatThePeerSent) {

@@ -19,11 +19,9 @@ using namespace zedipc::test;
 
 namespace {
 
-using Timeouts = std::vector<int>;
 using AdoptedProbe = AdoptedChannel<Probe>;
 
 const Answer kInterrupted = {-1, EINTR, 0};
-const Answer kReadable = {1, 0, POLLIN};
 const Answer kNothing = {1, 0, 0};
 
 Answer polled(int revents) { return {1, 0, static_cast<short>(revents)}; }
@@ -41,11 +39,6 @@ struct Slow {
   std::atomic<bool> entered{false};
   std::atomic<bool> go_on{false};
 };
-
-void expect_flags(IPC& channel, bool eof, bool error) {
-  EXPECT_EQ(channel.eof(), eof);
-  EXPECT_EQ(channel.error(), error);
-}
 
 }  // namespace
 

@@ -108,6 +108,11 @@ inline int descriptor_hung_up() {
   return ends[0];
 }
 
+inline void expect_flags(IPC& channel, bool eof, bool error) {
+  EXPECT_EQ(channel.eof(), eof);
+  EXPECT_EQ(channel.error(), error);
+}
+
 // The lines that `body` logs in a process of its own, as log_messages() gives them: of
 // all levels, or of one level only. Without what channels say when they end.
 template <typename Body>

@@ -14,7 +14,6 @@ using namespace zedipc::test;
 
 namespace {
 
-constexpr int kWatched = CB_REGISTERED | CB_ARMED;
 constexpr int kFinal = CB_REGISTERED | CB_LOCKED;
 constexpr int kFinalArmed = CB_REGISTERED | CB_LOCKED | CB_ARMED;
 

@@ -18,7 +18,6 @@ using namespace zedipc::test;
 namespace {
 
 constexpr int kWaiting = CB_REGISTERED | CB_LOCKED | CB_ARMED;
-constexpr int kWatched = CB_REGISTERED | CB_ARMED;
 
 // Whether the dispatcher has made a whole pass when `change` returns.
 bool waits_for_a_pass(const std::function<void()>& change) {

@@ -17,10 +17,6 @@ using namespace zedipc::test;
 
 namespace {
 
-using Timeouts = std::vector<int>;
-
-const Answer kReadable = {1, 0, POLLIN};
-
 // The timeouts of the waits for a frame whose bytes come in chunks of these sizes.
 Timeouts waits(int timeout_msec, const std::string& bytes, const std::vector<std::size_t>& chunks) {
   Adopted adopted;

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "ipc/setup_calls.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
 #include <sys/socket.h>
 
 #include <cerrno>
 #include <utility>
+
+#include "ipc/next_function.h"
 
 namespace zedipc::test {
 
@@ -30,11 +31,6 @@ State state;
 int fail(int error) {
   errno = error;
   return -1;
-}
-
-template <typename Function>
-Function next(const char* name) {
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
 int real_getaddrinfo(const char* node, const char* service, const addrinfo* hints,

@@ -4,7 +4,6 @@
 
 #include "ipc/system_calls.h"
 
-#include <dlfcn.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -12,6 +11,8 @@
 #include <atomic>
 #include <cerrno>
 #include <deque>
+
+#include "ipc/next_function.h"
 
 namespace zedipc::test {
 
@@ -39,11 +40,6 @@ int give(Answers& answers, short* revents) {
   if (revents != nullptr) *revents = answer.revents;
   errno = answer.error;
   return answer.result;
-}
-
-template <typename Function>
-Function next(const char* name) {
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
 }  // namespace

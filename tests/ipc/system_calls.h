@@ -3,6 +3,8 @@
 // program that is built with system_calls.cpp makes poll, recv, send and close itself.
 #pragma once
 
+#include <poll.h>
+
 #include <functional>
 #include <vector>
 
@@ -15,6 +17,11 @@ struct Answer {
   short revents = 0;                  // of poll
   std::function<void()> meanwhile{};  // what happens during the call
 };
+
+// Poll's answer when there is something to read.
+inline const Answer kReadable = {1, 0, POLLIN};
+
+using Timeouts = std::vector<int>;  // milliseconds
 
 // Watches, and answers, the calls on one descriptor. One at a time; calls on the
 // descriptor have to come from one thread, except for close.
@@ -31,7 +38,7 @@ class SystemCalls {
   void answer_send(const std::vector<Answer>& answers);
 
   // The timeouts of all calls of poll so far.
-  [[nodiscard]] std::vector<int> poll_timeouts() const;
+  [[nodiscard]] Timeouts poll_timeouts() const;
   // How many calls there were, answered ones included.
   [[nodiscard]] int recv_calls() const;
   [[nodiscard]] int send_calls() const;

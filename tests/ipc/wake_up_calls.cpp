@@ -4,12 +4,13 @@
 
 #include "ipc/wake_up_calls.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+
+#include "ipc/next_function.h"
 
 namespace zedipc::test {
 
@@ -45,11 +46,6 @@ Failures writes;
 int fail(int error) {
   errno = error;
   return -1;
-}
-
-template <typename Function>
-Function next(const char* name) {
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
 }  // namespace

@@ -94,8 +94,6 @@ std::unique_ptr<JSObject> deep_value(const DeepText& deep) {
   return value;
 }
 
-bool hide_none(const std::string&) { return false; }
-
 }  // namespace
 
 TEST_P(DeepNesting, IsParsedAndDestroyed) {

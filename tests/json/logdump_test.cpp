@@ -15,8 +15,6 @@ namespace {
 
 bool hide_secret(const std::string& key) { return key == "secret"; }
 bool hide_all(const std::string&) { return true; }
-bool hide_none(const std::string&) { return false; }
-
 std::vector<std::string> seen_keys;
 
 bool note_key(const std::string& key) {

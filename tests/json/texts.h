@@ -19,6 +19,8 @@ inline int parse(JSObject& value, const std::string& text) {
   return value.parse(buffer.get());
 }
 
+inline bool hide_none(const std::string&) { return false; }
+
 // What parsing gave, and what the value writes afterwards.
 struct Outcome {
   int result;

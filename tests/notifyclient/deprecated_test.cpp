@@ -10,8 +10,6 @@ using namespace zedipc::test;
 
 namespace {
 
-int some_data;
-
 std::string complaint(const std::string& function) {
   return "Using " + function + "() for unregistering is deprecated\n";
 }

@@ -14,8 +14,6 @@ using namespace zedipc::test;
 
 namespace {
 
-int say(const std::string& name) { return ipcNotify("*", name, JSObject(), 0, "f"); }
-
 // Runs `call` to where it needs `lock`, and goes on when the connection is gone. The
 // reader is not told, so the connection comes back in the end.
 int lose_before(std::mutex& lock, const std::function<int()>& call) {

@@ -10,8 +10,6 @@ using namespace zedipc::test;
 
 namespace {
 
-int some_data;
-
 // Registers a recorder, calls ipcNotify, and gives what was reported in the end.
 Lines reported(int expected, const std::string& to, const std::string& from, unsigned flags = 0,
                const JSObject& parameter = JSObject()) {

@@ -9,9 +9,6 @@ using namespace zedipc::test;
 
 namespace {
 
-int first_data;
-int second_data;
-
 int unused() { return ipcNotify("*", "marker", JSObject(), 0, "f"); }
 
 // The number of observers' messages that a new connection is told.

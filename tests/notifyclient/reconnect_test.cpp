@@ -11,8 +11,6 @@ using namespace zedipc::test;
 
 namespace {
 
-int say(const std::string& name) { return ipcNotify("*", name, JSObject(), 0, "f"); }
-
 // A connected client whose connection is lost again.
 void lose_first_connection(const RawListener& listener) {
   EXPECT_EQ(say("first"), 0);

@@ -12,9 +12,6 @@ using namespace zedipc::test;
 
 namespace {
 
-int first_data;
-int second_data;
-
 int enter(NotificationCallback cb, void* data, int priority, const std::string& name = "n",
           const std::string& to = "t") {
   return ipcRegisterNotificationCB(name, cb, data, priority, to);

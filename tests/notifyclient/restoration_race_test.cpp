@@ -11,8 +11,6 @@ using namespace zedipc::test;
 
 namespace {
 
-int say(const std::string& name) { return ipcNotify("*", name, JSObject(), 0, "f"); }
-
 int leave(NotificationCallback cb = nullptr) {
   return ipcUnregisterNotificationCB("n", cb, nullptr, "t");
 }

@@ -191,6 +191,14 @@ inline Lines client_log(const std::string& err, const std::string& level = "") {
   return log_messages(err, level, "NFYCL");
 }
 
+// Broadcasts a notification.
+inline int say(const std::string& name) { return ipcNotify("*", name, JSObject(), 0, "f"); }
+
+// To be told apart by their addresses.
+inline int some_data;
+inline int first_data;
+inline int second_data;
+
 // All levels of the notification channels.
 inline const Environment kAllLevels = {{"NFY_LOGMASK", "255"}};
 

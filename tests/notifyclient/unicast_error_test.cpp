@@ -10,8 +10,6 @@ using namespace zedipc::test;
 
 namespace {
 
-int some_data;
-
 // Fails for want of a name, and so calls every unicast error callback.
 void fail_to_notify() { EXPECT_EQ(ipcNotify("x", "n", JSObject(), 0, ""), -2); }
 

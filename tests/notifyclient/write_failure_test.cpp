@@ -10,10 +10,6 @@ using namespace zedipc::test;
 
 namespace {
 
-int some_data;
-
-int say(const std::string& name) { return ipcNotify("*", name, JSObject(), 0, "f"); }
-
 // The log of a child that runs `body` with a connection.
 Lines log_of(const std::function<void(Script&)>& body) {
   const ChildResult result = run_in_child({{"NFY_LOGMASK", "191"}}, [&] {  // all but info

@@ -15,8 +15,6 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-constexpr std::size_t kLimit = 524288;
-
 // A broadcast of exactly this size.
 std::string broadcast_of(std::size_t size) {
   const std::string head = R"({"type":"notify","to":"*","notification":"n","parameter":")";

@@ -15,8 +15,6 @@ using namespace zedipc::test;
 
 namespace {
 
-constexpr std::size_t kLimit = 524288;
-
 // What a slow machine may take for such a message, with a sanitizer at that.
 constexpr int kPatience = 40000;
 

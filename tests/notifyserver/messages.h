@@ -12,6 +12,9 @@
 
 namespace zedipc::test {
 
+// The largest message that is served.
+inline constexpr std::size_t kLimit = 524288;
+
 // Peers from here are remote ones.
 inline constexpr char kRemote[] = "127.0.0.2";
 

@@ -21,6 +21,7 @@
 #include <zedipc/notify.h>
 
 #include "notifyserver/messages.h"
+#include "notifyserver/server_log.h"
 #include "support/child.h"
 #include "support/log_lines.h"
 #include "support/raw_peer.h"
@@ -33,7 +34,6 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-const Environment kAllLevels{{"NFY_LOGMASK", "255"}};
 const Environment kEveryLine{{"NFY_LOGMASK", "255"}, {"IPC_LOGMASK", "255"}};
 
 const char kStartedLocal[] =

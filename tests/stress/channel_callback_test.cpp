@@ -15,7 +15,7 @@ using namespace zedipc::test;
 namespace {
 
 constexpr int kWorkers = 8;
-constexpr int kChannels = 16;
+constexpr int kReceivers = 16;
 
 class Receiver;
 
@@ -34,7 +34,8 @@ class Receiver {
   // For any thread.
   void send() {
     const std::lock_guard<std::mutex> lock(sending_);
-    EXPECT_TRUE(link_.one->write_msg(kId, sent_, std::string(1 + sent_ % 50, 'x')));
+    EXPECT_TRUE(
+        link_.one->write_msg(kId, sent_, std::string(1U + static_cast<unsigned>(sent_) % 50, 'x')));
     ++sent_;
   }
   void set(bool once = false) {
@@ -105,10 +106,10 @@ TYPED_TEST(Callbacks, AreCalledOnceForEachFrameHoweverOftenTheyChange) {
   const HangGuard guard;
   TypeParam links;
   std::deque<Receiver> receivers;
-  for (int i = 0; i < kChannels; ++i) receivers.emplace_back(links.make());
+  for (int i = 0; i < kReceivers; ++i) receivers.emplace_back(links.make());
   Crew crew(kWorkers, [&](int, Random& random) {
     for (int i = 0; i < amount(2000); ++i) {
-      Receiver& receiver = receivers[static_cast<std::size_t>(random.below(kChannels))];
+      Receiver& receiver = receivers[static_cast<std::size_t>(random.below(kReceivers))];
       const int choice = random.below(8);
       if (choice == 0) receiver.set();
       if (choice == 1) receiver.remove();

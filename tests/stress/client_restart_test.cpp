@@ -44,7 +44,7 @@ void failed(void*, const std::string&, const std::string&, const std::string&, c
   ++state.errors;
 }
 
-void observed(void*, const std::string&, const std::string&, const std::string&, unsigned int) {}
+void ignored(void*, const std::string&, const std::string&, const std::string&, unsigned int) {}
 
 // Passes the ball on, as often as it says, and comes and goes under another name.
 void pass_on(const std::string& to, int left) {
@@ -55,7 +55,7 @@ void pass_on(const std::string& to, int left) {
   if (left > 0) expect_valid(ipcNotify(to, "ball", next, 0, to));
   expect_valid(ipcNotify(to, name, next, 0, to));
   if (left % 2 == 0) expect_valid(ipcUnregisterNotificationCB(name, nullptr, nullptr, to));
-  expect_valid(ipcRegisterObserver(observed));
+  expect_valid(ipcRegisterObserver(ignored));
 }
 
 void caught(void*, const std::string&, const std::string& to, const std::string&,

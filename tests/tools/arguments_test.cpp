@@ -16,8 +16,6 @@ class Help : public testing::TestWithParam<std::string> {};
 class WrongUsage : public testing::TestWithParam<Arguments> {};
 class WithoutServer : public testing::TestWithParam<Arguments> {};
 
-std::string command_name(const testing::TestParamInfo<std::string>& info) { return info.param; }
-
 std::string numbered(const testing::TestParamInfo<Arguments>& info) {
   const std::string first = info.param.empty() ? "nothing" : info.param.front();
   return (first.find_first_of("-x") == 0 ? "option" : first) + "_" + std::to_string(info.index);

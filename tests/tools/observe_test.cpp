@@ -20,8 +20,6 @@ namespace {
 
 class Observing : public testing::TestWithParam<std::string> {};
 
-std::string command_name(const testing::TestParamInfo<std::string>& info) { return info.param; }
-
 // A server with a receiver "display" of the notifications "a" and "b".
 class Scene {
  public:

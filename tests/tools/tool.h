@@ -20,6 +20,10 @@ using Arguments = std::vector<std::string>;
 // The exit status of a Child whose program cannot be run.
 constexpr int kNotRun = 99;
 
+inline std::string command_name(const testing::TestParamInfo<std::string>& info) {
+  return info.param;
+}
+
 // Becomes the command.
 [[noreturn]] inline void become(Arguments arguments) {
   arguments.insert(arguments.begin(), "zedipc");
