@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <memory>
+#include <utility>
 
 namespace zedipc {
 
@@ -22,7 +23,7 @@ void* callback_thread(void* parameters) {
 }
 
 void start(ReadWriteLock& lock, NotificationCallback callback, ObserverCallback observer,
-           void* data, const Call& call, const JSObject& parameter) {
+           void* data, const Call& call, JSObject parameter) {
   async_cb(new CBParameters{{&lock, ReadWriteGuard::kShared},
                             callback,
                             observer,
@@ -30,7 +31,7 @@ void start(ReadWriteLock& lock, NotificationCallback callback, ObserverCallback 
                             call.from,
                             call.to,
                             call.notification,
-                            parameter,
+                            std::move(parameter),
                             call.flags});
 }  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the thread frees it
 
@@ -54,12 +55,12 @@ void async_cb(CBParameters* parameters) {
   pthread_attr_destroy(&attributes);
 }
 
-void start_invocation(NotificationRecord& record, const Call& call) {
-  start(record.lock, record.cb, nullptr, record.data, call, call.parameter);
+void start_invocation(NotificationRecord& record, const Call& call, JSObject parameter) {
+  start(record.lock, record.cb, nullptr, record.data, call, std::move(parameter));
 }
 
-void start_invocation(UnicastErrorRecord& record, const Call& call) {
-  start(record.lock, record.cb, nullptr, record.data, call, call.parameter);
+void start_invocation(UnicastErrorRecord& record, const Call& call, JSObject parameter) {
+  start(record.lock, record.cb, nullptr, record.data, call, std::move(parameter));
 }
 
 void start_invocation(ObserverRecord& record, const Call& call) {

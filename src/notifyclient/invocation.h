@@ -30,19 +30,19 @@ struct CBParameters {
 // block stays, and so does its hold on the record.
 void async_cb(CBParameters* parameters);
 
-// What a callback is told, apart from its data; `parameter` is not for observers.
+// What a callback is told, apart from its data and the parameter.
 struct Call {
   const std::string& from;
   const std::string& to;
   const std::string& notification;
-  const JSObject& parameter;
   unsigned int flags;
 };
 
-// Starts one invocation of the record with copies of everything. The caller holds
-// table_lock, which keeps exclusive holders of the record away.
-void start_invocation(NotificationRecord& record, const Call& call);
-void start_invocation(UnicastErrorRecord& record, const Call& call);
+// Starts one invocation of the record with copies of everything but the parameter, which
+// it takes: whoever has no more use for it gives it away, since it can be large. The
+// caller holds table_lock, which keeps exclusive holders of the record away.
+void start_invocation(NotificationRecord& record, const Call& call, JSObject parameter);
+void start_invocation(UnicastErrorRecord& record, const Call& call, JSObject parameter);
 void start_invocation(ObserverRecord& record, const Call& call);
 
 }  // namespace zedipc

@@ -27,7 +27,7 @@ bool resolve_sender(std::string& from) {
 
 // What could not even be sent is reported in the same place as what the server found
 // nobody for. A broadcast has no such error.
-void report_unicast_error(const Call& call) {
+void report_unicast_error(const Call& call, const JSObject& parameter) {
   if (call.to == kToAll) return;
   const std::lock_guard<std::mutex> lock(client.table_lock);
   for (UnicastErrorRecord* const record : lazy_table(client.unicast_error_table)) {
@@ -36,17 +36,17 @@ void report_unicast_error(const Call& call) {
                       "notification '%s' to '%s'\n",
                       printable(record->cb), record->data, call.notification.c_str(),
                       call.to.c_str());
-    start_invocation(*record, call);
+    start_invocation(*record, call, parameter);
   }
 }
 
-std::string message_text(const Call& call) {
+std::string message_text(const Call& call, const JSObject& parameter) {
   JSObject message;
   message(kKeyType) = kTypeNotify;
   message(kKeyFrom) = call.from;
   message(kKeyTo) = call.to;
   message(kKeyNotification) = call.notification;
-  message(kKeyParameter) = call.parameter;
+  message(kKeyParameter) = parameter;
   message(kKeyFlags) = call.flags;
   return message.dump();
 }
@@ -65,9 +65,9 @@ int ipcNotify(const std::string& to, const std::string& notification, const JSOb
   }
   std::string sender = from;
   const bool has_name = resolve_sender(sender);
-  const Call call{sender, to, notification, parameter, flags};
+  const Call call{sender, to, notification, flags};
   if (!has_name) {
-    report_unicast_error(call);
+    report_unicast_error(call, parameter);
     ZEDIPC_CLIENT_LOG(
         kLogError,
         "ipcNotify(): no parameter 'from' passed and no appID set for notification '%s'\n",
@@ -75,15 +75,15 @@ int ipcNotify(const std::string& to, const std::string& notification, const JSOb
     return kNoName;
   }
   if (!ensure_connected()) {
-    report_unicast_error(call);
+    report_unicast_error(call, parameter);
     ZEDIPC_CLIENT_LOG(kLogError,
                       "ipcNotify(): notification server is not running (connect failed)\n");
     return kNotTold;
   }
-  const std::string text = message_text(call);
+  const std::string text = message_text(call, parameter);
   const SendResult result = send_to_server(kCurrentConnection, text);
   if (!result.sent) {
-    report_unicast_error(call);
+    report_unicast_error(call, parameter);
     ZEDIPC_CLIENT_LOG(kLogError, "ipcNotify(): write_msg() on ipc=%p failed (%s), msg=%s\n",
                       result.ipc, result.reason, text.c_str());
     return kNotTold;

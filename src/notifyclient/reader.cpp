@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include <zedipc/jsobject.h>
 
@@ -34,9 +35,7 @@ struct Incoming {
         notification(message(kKeyNotification).getString()),
         flags(static_cast<unsigned int>(message(kKeyFlags).getInt())) {}
 
-  [[nodiscard]] Call call(const JSObject& parameter) const {
-    return {from, to, notification, parameter, flags};
-  }
+  [[nodiscard]] Call call() const { return {from, to, notification, flags}; }
 };
 
 // The reader's own connection, which nobody else deletes.
@@ -52,13 +51,14 @@ void log_received(const char* what, const Incoming& in, const JSObject& paramete
                     in.from.c_str(), in.to.c_str(), text.c_str(), in.flags);
 }
 
-template <typename Record>
-void invoke(const char* kind, Record& record, const Call& call) {
+// An observer has no parameter.
+template <typename Record, typename... Parameter>
+void invoke(const char* kind, Record& record, const Call& call, Parameter&&... parameter) {
   ZEDIPC_CLIENT_LOG(
       kLogNote,
       "reader_thread(): invoke %s callback (cb=%p, data=%p) for notification '%s' to '%s'\n", kind,
       printable(record.cb), record.data, call.notification.c_str(), call.to.c_str());
-  start_invocation(record, call);
+  start_invocation(record, call, std::forward<Parameter>(parameter)...);
 }
 
 // The server looks for somebody else, or tells the sender that there is nobody.
@@ -84,6 +84,17 @@ NotificationRecord* find_best(const NotificationTable& table, const Incoming& in
   return best;
 }
 
+// The last one gets the parameter itself, and only those before it a copy.
+void invoke_all(const NotificationTable& table, const Incoming& in, JSObject& parameter) {
+  NotificationRecord* last = nullptr;
+  for (NotificationRecord* const record : table) {
+    if (record->notification != in.notification) continue;
+    if (last != nullptr) invoke("notification", *last, in.call(), parameter);
+    last = record;
+  }
+  if (last != nullptr) invoke("notification", *last, in.call(), std::move(parameter));
+}
+
 void handle_notification(JSObject& message) {
   const std::lock_guard<std::mutex> lock(client.table_lock);
   const auto& table = lazy_table(client.notification_table);
@@ -92,16 +103,12 @@ void handle_notification(JSObject& message) {
     return;
   }
   const Incoming in(message);
-  const JSObject& parameter = message(kKeyParameter);
+  JSObject& parameter = message(kKeyParameter);
   log_received("notification", in, parameter);
   if (in.to == kToAll) {
-    for (NotificationRecord* const record : table) {
-      if (record->notification == in.notification) {
-        invoke("notification", *record, in.call(parameter));
-      }
-    }
+    invoke_all(table, in, parameter);
   } else if (NotificationRecord* const best = find_best(table, in)) {
-    invoke("notification", *best, in.call(parameter));
+    invoke("notification", *best, in.call(), std::move(parameter));
   } else {
     send_back(message, kLogWarning, "matching client");
   }
@@ -122,7 +129,7 @@ void handle_unicast_error(JSObject& message) {
   const JSObject& parameter = message(kKeyParameter);
   log_received("unicast error for notification", in, parameter);
   for (UnicastErrorRecord* const record : table) {
-    invoke("unicast error", *record, in.call(parameter));
+    invoke("unicast error", *record, in.call(), parameter);
   }
 }
 
@@ -131,7 +138,7 @@ void handle_observation(JSObject& message) {
   const auto& table = lazy_table(client.observer_table);
   if (table.empty()) return;  // the last one went while this was on its way
   const Incoming in(message);
-  for (ObserverRecord* const record : table) invoke("observer", *record, in.call(JSObject()));
+  for (ObserverRecord* const record : table) invoke("observer", *record, in.call());
 }
 
 void handle_message(JSObject& message) {

@@ -145,6 +145,16 @@ TEST(Broadcast, CallsEverybodyWhateverNameAndPriority) {
   EXPECT_EQ(third.calls(), Lines{call_of("*", "n")});
 }
 
+TEST(Broadcast, GivesTheWholeParameterToEverybody) {
+  Script script;
+  Recorder& first = script.receive_as("a", 1);
+  Recorder& last = script.receive_as("b", 1);
+  script.send(R"({"flags":0,"from":"f","notification":"n","parameter":{"a":[1,"two"]},)"
+              R"("to":"*","type":"notify"})");
+  EXPECT_EQ(first.calls(1), Lines{R"(f>*:n {"a":[1,"two"]} 0)"});
+  EXPECT_EQ(last.calls(1), Lines{R"(f>*:n {"a":[1,"two"]} 0)"});
+}
+
 TEST(Broadcast, CallsNobodyOfAnotherNotification) {
   Script script;
   Recorder& other = script.receive_as("a", 1, "other");

@@ -20,7 +20,7 @@ std::int32_t holds(ReadWriteLock& lock) {
 // A call without anything to say.
 void invoke(NotificationRecord& record) {
   const std::string text;
-  start_invocation(record, {text, text, text, JSObject(), 0});
+  start_invocation(record, {text, text, text, 0}, JSObject());
 }
 
 std::atomic<int> channel_in_callback{99};
