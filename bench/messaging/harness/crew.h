@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+// The processes of a run besides the sender's, and what they use up.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "harness/board.h"
+
+namespace bench {
+
+// Ends all its processes when it goes, and they end if this process does.
+class Crew {
+ public:
+  Crew() = default;
+  ~Crew();
+  Crew(const Crew&) = delete;
+  Crew& operator=(const Crew&) = delete;
+
+  // Forks a process for `body`, which is not to return. To be called while this process
+  // has one thread.
+  pid_t start(const std::string& name, const std::function<void()>& body);
+
+  // Waits until `condition` holds. Throws if that takes too long, or a process ends.
+  void wait_until(const std::string& what, const std::function<bool()>& condition);
+
+ private:
+  struct Member {
+    pid_t pid;
+    std::string name;
+  };
+  void require_all_alive();
+
+  std::vector<Member> members_;
+};
+
+// Blocks for ever: the rest of a process whose other threads do the work.
+[[noreturn]] void stay();
+
+// The processor time of all threads that the process has or had.
+Nanoseconds cpu_time(pid_t pid);
+
+// The most memory that the process has had at a time, in KiB.
+long peak_memory(pid_t pid);
+
+// How often the process's threads have gone to sleep of their own accord.
+long sleeps(pid_t pid);
+
+}  // namespace bench
