@@ -26,8 +26,8 @@ constexpr std::size_t kPidText = 32;
 // Set at the end of dbg_log_init; what is written before it needs no lock to read.
 std::atomic<bool> initialised{false};
 std::mutex log_lock;  // dbg_log_init, and each line
-std::int32_t ipc_mask = 0;
-std::int32_t nfy_mask = 0;  // of both notification channels
+// The levels that come out, as bits, for each channel; all where the log library decides.
+std::uint32_t level_masks[kLogChannels] = {};
 
 FILE* const log_stream = stderr;
 
@@ -37,8 +37,13 @@ thread_local int thread_channel __attribute__((tls_model("initial-exec"))) = kLo
 bool is_valid(int channel) { return static_cast<unsigned>(channel) < kLogChannels; }
 
 bool mask_has(int channel, unsigned level) {
-  const auto mask = static_cast<std::uint32_t>(channel == kLogIpc ? ipc_mask : nfy_mask);
-  return level < 32 && ((mask >> level) & 1U) != 0;
+  return level < 32 && ((level_masks[channel] >> level) & 1U) != 0;
+}
+
+// The short way for nearly all messages: true only if this one does not come out.
+bool is_masked_out(unsigned level) {
+  if (level >= 32 || !initialised.load(std::memory_order_acquire)) return false;
+  return is_valid(thread_channel) && !mask_has(thread_channel, level);
 }
 
 bool read_mask(const char* variable, std::int32_t& mask) {
@@ -62,6 +67,8 @@ void dbg_log_init() {
   if (initialised.load(std::memory_order_relaxed)) return;
   char pid[kPidText];
   pid_text(pid);
+  std::int32_t ipc_mask = 0;
+  std::int32_t nfy_mask = 0;  // of both notification channels
   const bool ipc_set = read_mask("IPC_LOGMASK", ipc_mask);
   const bool nfy_set = read_mask("NFY_LOGMASK", nfy_mask);
   if (ipc_set || nfy_set) {
@@ -69,6 +76,10 @@ void dbg_log_init() {
                  "stderr", ipc_mask, nfy_mask);
   } else {
     log_library_bind(pid, kChannelNames);
+  }
+  for (int channel = 0; channel < kLogChannels; ++channel) {
+    const std::int32_t mask = channel == kLogIpc ? ipc_mask : nfy_mask;
+    level_masks[channel] = log_library_bound(channel) ? ~0U : static_cast<std::uint32_t>(mask);
   }
   initialised.store(true, std::memory_order_release);
 }
@@ -88,7 +99,7 @@ bool dbg_log_enabled(unsigned level) {
 void dbg_log(const char* module, int line, unsigned level, const char* format, ...) {
   va_list ap;
   va_start(ap, format);
-  dbg_vlog(module, line, level, format, ap);
+  if (!is_masked_out(level)) dbg_vlog(module, line, level, format, ap);
   va_end(ap);
 }
 
