@@ -19,6 +19,7 @@ struct Notification {
   std::string from;
   std::string to;
   std::string name;
+  std::size_t name_hash;
   int flags;
   bool inbound_blocked;   // the sender may not send it here
   bool outbound_blocked;  // it may not leave for another machine
@@ -31,6 +32,7 @@ Notification read_notification(const Session& session, JSObject& message) {
   n.from = message(kKeyFrom).getString();
   n.to = message(kKeyTo).getString();
   n.name = message(kKeyNotification).getString();
+  n.name_hash = Registration::hash_of(n.name);
   n.flags = message(kKeyFlags).getInt();
   if (dbg_log_enabled(kLogInfo)) {
     const std::string parameter = message(kKeyParameter).dump();
@@ -59,6 +61,10 @@ void notify_observers(const std::string& from, const Registration& row,
   for (IPC* const observer : server.observers) send(observer, text);
 }
 
+bool is_called(const Registration& row, const Notification& n) {
+  return row.name_hash == n.name_hash && row.notification == n.name;
+}
+
 // Each session gets the text once; observers hear of each row.
 void broadcast(const Notification& n, const std::string& received_text) {
   if (n.inbound_blocked) {
@@ -77,7 +83,7 @@ void broadcast(const Notification& n, const std::string& received_text) {
                         n.name.c_str(), row.to.c_str(), address);
       continue;
     }
-    if (row.notification != n.name) continue;
+    if (!is_called(row, n)) continue;
     if (served.insert(row.ipc).second) {
       if (!send(row.ipc, received_text)) {
         ZEDIPC_SERVER_LOG(
@@ -94,13 +100,10 @@ void broadcast(const Notification& n, const std::string& received_text) {
   }
 }
 
-bool matches(const Notification& n, const Registration& row) {
-  return (n.to == kToHighestPriority || n.to == row.to) && n.name == row.notification;
-}
-
 // The row with the highest priority that can take it, the latest of equal ones;
 // null if there is none.
 const Registration* find_best(const Notification& n) {
+  const bool any_receiver = n.to == kToHighestPriority;
   const Registration* best = nullptr;
   std::int32_t best_priority = std::numeric_limits<std::int32_t>::min();
   for (const Registration& row : server.registrations) {
@@ -111,7 +114,8 @@ const Registration* find_best(const Notification& n) {
                         n.name.c_str(), row.to.c_str(), static_cast<void*>(row.ipc));
       continue;
     }
-    if (row.ipc->error() || !matches(n, row) || row.priority < best_priority) continue;
+    if (!is_called(row, n) || (!any_receiver && row.to != n.to)) continue;
+    if (row.priority < best_priority || row.ipc->error()) continue;
     if (best != nullptr) {
       // Both numbers are the winner's, as readers of this line know it.
       ZEDIPC_SERVER_LOG(kLogNote,

@@ -2,7 +2,9 @@
 // The notification server's tables. One server per process, one lock for all.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
@@ -29,6 +31,10 @@ struct Registration {
   std::int32_t priority;
   IPC* ipc;
   bool remote;
+  std::size_t name_hash = hash_of(notification);
+
+  // Tells nearly all names apart without a look at their text, which lies elsewhere.
+  static std::size_t hash_of(const std::string& name) { return std::hash<std::string>()(name); }
 };
 
 struct ServerState {
