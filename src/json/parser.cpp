@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
+#include <utility>
 
 #include <zedipc/jsobject.h>
 
+#include "base/decimal.h"
 #include "json/small_stack.h"
 #include "json/unescape.h"
 
@@ -14,6 +17,18 @@ namespace {
 bool is_digit(char byte) { return byte >= '0' && byte <= '9'; }
 
 bool is_space(char byte) { return byte == ' ' || byte == '\r' || byte == '\n' || byte == '\t'; }
+
+// Which bytes go on with a string in quotes.
+struct OrdinaryBytes {
+  bool of[256] = {};
+  constexpr OrdinaryBytes() {
+    for (bool& ordinary : of) ordinary = true;
+    of[0] = of[int{'"'}] = of[int{'\\'}] = false;
+  }
+};
+constexpr OrdinaryBytes kOrdinary;
+
+bool is_ordinary(char byte) { return kOrdinary.of[static_cast<unsigned char>(byte)]; }
 
 }  // namespace
 
@@ -54,18 +69,12 @@ struct JSObject::Parser {
   // Reads `root` and all below it; false if the text failed.
   bool run(JSObject& root) {
     Outcome outcome = begin(root);
-    for (;;) {
-      if (outcome == kFailed) return false;
-      if (outcome == kOpened) {
-        outcome = begin_first_child(*open.top());
-      } else if (open.empty()) {
-        return true;
-      } else if (open.top()->kind() == kArray) {
-        outcome = after_element(*open.top(), outcome);
-      } else {
-        outcome = after_member(*open.top());
-      }
+    while (outcome == kOpened || (outcome != kFailed && !open.empty())) {
+      JSObject& container = *open.top();
+      outcome =
+          container.kind() == kArray ? elements(container, outcome) : members(container, outcome);
     }
+    return outcome != kFailed;
   }
 
   // Reads a scalar, or the beginning of a container.
@@ -111,25 +120,40 @@ struct JSObject::Parser {
 
   Outcome string(JSObject& value) {
     value.setKind(kString);
-    return quoted(value.string_value_) ? done() : kFailed;
+    Quoted text;
+    if (!quoted(text)) return kFailed;
+    value.string_value_ = text.plain();
+    return done();
   }
 
-  // Reads from one quote to behind the other. A text without the other leaves
-  // `text` as it was.
-  bool quoted(std::string& text) {
+  // What stands between two quotes.
+  struct Quoted {
+    const char* begin;
+    std::size_t size;
+    bool escaped;
+
+    [[nodiscard]] std::string plain() const {
+      std::string text(begin, size);
+      if (escaped) unescape_string(text);
+      return text;
+    }
+  };
+
+  // Goes from one quote to behind the other; false, without a step, if there is none.
+  bool quoted(Quoted& text) {
     const char* const begin = at + 1;
     const char* end = begin;
     bool escaped = false;
-    while (*end != '"' && *end != '\0') {
-      if (*end == '\\' && end[1] != '\0') {
+    while (*end != '"') {
+      if (*end == '\\') {
         escaped = true;
         ++end;
       }
+      if (*end == '\0') return false;
       ++end;
+      while (is_ordinary(*end)) ++end;
     }
-    if (*end == '\0') return false;
-    text.assign(begin, end);
-    if (escaped) unescape_string(text);
+    text = {begin, static_cast<std::size_t>(end - begin), escaped};
     at = end + 1;
     return true;
   }
@@ -155,8 +179,8 @@ struct JSObject::Parser {
     }
     // The system's functions stop where the scan above stopped, or earlier.
     if (!whole) {
-      value = std::strtod(begin, nullptr);
-    } else if (integer_length <= 9) {
+      value = text_to_double(begin, at);
+    } else if (integer_length <= 18) {
       value = short_integer(begin);
     } else {
       value = std::strtoll(begin, nullptr, 10);
@@ -165,9 +189,9 @@ struct JSObject::Parser {
   }
 
   // The whole number from `begin` to `at`, which has too few digits to overflow.
-  [[nodiscard]] int short_integer(const char* begin) const {
+  [[nodiscard]] long long short_integer(const char* begin) const {
     const bool negative = *begin == '-';
-    int result = 0;
+    long long result = 0;
     for (const char* digit = begin + (negative ? 1 : 0); digit != at; ++digit) {
       result = result * 10 + (*digit - '0');
     }
@@ -197,49 +221,52 @@ struct JSObject::Parser {
     return done();
   }
 
-  Outcome begin_first_child(JSObject& container) {
-    return container.kind() == kArray ? element(container) : member(container);
-  }
-
-  Outcome element(JSObject& array) {
-    array.elements_.emplace_back();
-    return begin(array.elements_.back());
-  }
-
-  Outcome after_element(JSObject& array, Outcome outcome) {
-    skip_comma();
-    if (*at == ']') {
-      open.pop();
-      return close();
+  // Goes on behind a child with this outcome, or begins, up to the next child that is
+  // opened, or to the array's end.
+  Outcome elements(JSObject& array, Outcome outcome) {
+    if (outcome == kOpened) outcome = element(array);
+    for (;; outcome = element(array)) {
+      if (outcome == kFailed || outcome == kOpened) return outcome;
+      skip_comma();
+      if (*at == ']') break;
+      if (outcome == kNothing) return kFailed;
     }
-    return outcome == kNothing ? kFailed : element(array);
+    open.pop();
+    return close();
+  }
+
+  Outcome element(JSObject& array) { return begin(array.elements_.emplace_back()); }
+
+  // The same for an object.
+  Outcome members(JSObject& object, Outcome outcome) {
+    if (outcome == kOpened) outcome = member(object);
+    for (;; outcome = member(object)) {
+      if (outcome == kFailed || outcome == kOpened) return outcome;
+      skip_comma();
+      if (*at == '}') break;
+    }
+    open.pop();
+    return close();
   }
 
   Outcome member(JSObject& object) {
-    if (*at != '"') return kFailed;
-    std::string key;
-    if (!quoted(key)) return kFailed;
+    Quoted key;
+    if (*at != '"' || !quoted(key)) return kFailed;
     skip_space();
     if (*at != ':') return kFailed;
     ++at;
-    return begin(place_for(object.members_, std::move(key)));
+    return begin(place_for(object.members_, key));
   }
 
-  // Our own writer sends keys in ascending order, which needs no search.
-  static JSObject& place_for(std::map<std::string, JSObject>& members, std::string key) {
-    if (members.empty() || members.rbegin()->first < key) {
-      return members.emplace_hint(members.end(), std::move(key), JSObject())->second;
-    }
-    return members[std::move(key)];
-  }
-
-  Outcome after_member(JSObject& object) {
-    skip_comma();
-    if (*at == '}') {
-      open.pop();
-      return close();
-    }
-    return member(object);
+  // The end is the place for keys in ascending order, which our own writer sends.
+  static JSObject& place_for(std::map<std::string, JSObject>& members, const Quoted& key) {
+    const auto place = [&members](auto... text) -> JSObject& {
+      return members
+          .emplace_hint(members.end(), std::piecewise_construct,
+                        std::forward_as_tuple(std::move(text)...), std::tuple<>())
+          ->second;
+    };
+    return key.escaped ? place(key.plain()) : place(key.begin, key.size);
   }
 };
 

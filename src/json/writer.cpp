@@ -1,136 +1,131 @@
 // SPDX-License-Identifier: MIT
-#include <cstdio>
+#include <charconv>
 
 #include <zedipc/jsobject.h>
 
+#include "base/decimal.h"
+#include "json/escape.h"
 #include "json/small_stack.h"
+#include "json/text_sink.h"
 
 namespace zedipc {
 
 namespace {
 
-// The letter behind the backslash for a byte that has a short escape, else 0.
-char short_escape(char byte) {
-  switch (byte) {
-    case '\b':
-      return 'b';
-    case '\t':
-      return 't';
-    case '\n':
-      return 'n';
-    case '\f':
-      return 'f';
-    case '\r':
-      return 'r';
-    case '"':
-    case '\\':
-      return byte;
-    default:
-      return 0;
-  }
+constexpr std::size_t kIntegerText = 11;  // the lowest one, with its sign
+
+void put_integer(TextSink& out, std::int32_t number) {
+  char* const to = out.room(kIntegerText);
+  out.advance(std::to_chars(to, to + kIntegerText, number).ptr);
 }
 
-bool needs_escape(char byte) {
-  return static_cast<unsigned char>(byte) < 0x20 || byte == '"' || byte == '\\';
-}
-
-// Appends `in` with escapes and without quotes; bytes from 0x7F up go through as
-// they are, so that UTF-8 stays UTF-8 and anything else stays what it was.
-void escape_string(std::string& out, const std::string& in) {
-  static const char kDigits[] = "0123456789ABCDEF";
-  std::size_t plain = 0;  // start of the run that has not been appended yet
-  for (std::size_t i = 0; i < in.size(); ++i) {
-    const char byte = in[i];
-    if (!needs_escape(byte)) continue;
-    out.append(in, plain, i - plain);
-    plain = i + 1;
-    out += '\\';
-    if (const char letter = short_escape(byte)) {
-      out += letter;
-    } else {
-      out += "u00";
-      out += kDigits[static_cast<unsigned char>(byte) >> 4];
-      out += kDigits[static_cast<unsigned char>(byte) & 0xF];
-    }
-  }
-  out.append(in, plain, in.size() - plain);
-}
-
-void append_quoted(std::string& out, const std::string& text) {
-  out += '"';
-  escape_string(out, text);
-  out += '"';
-}
-
-template <std::size_t kSize, typename Number>
-void append_number(std::string& out, const char* format, Number number) {
-  char text[kSize];
-  const int length = std::snprintf(text, sizeof text, format, number);
-  out.append(text, static_cast<std::size_t>(length));
+void put_double(TextSink& out, double number) {
+  out.advance(double_to_text(out.room(kDoubleText), number));
 }
 
 }  // namespace
 
-// One container that is being written, and how far.
+// One walk over one value. The containers that have not been closed wait on a stack of
+// our own, so that nesting takes no stack of the thread's.
 struct JSObject::Writer {
-  const JSObject* container;
-  std::map<std::string, JSObject>::const_iterator member;
-  std::size_t element;
+  // A container, and how far it has been written.
+  struct Open {
+    const JSObject* container;
+    std::map<std::string, JSObject>::const_iterator member;
+    std::size_t element;
+  };
+
+  TextSink out;
+  const Filter filter;
+  SmallStack<Open> open;
+
+  Writer(std::string& to, Filter chosen) : out(to), filter(chosen) {}
+
+  void run(const JSObject& root) {
+    begin(root);
+    while (!open.empty()) {
+      Open& last = open.top();
+      const JSObject* const child =
+          last.container->kind() == kObject ? members(last) : elements(last);
+      if (child == nullptr) {
+        open.pop();
+      } else {
+        begin(*child);
+      }
+    }
+    out.flush();
+  }
 
   static bool is_container(const JSObject& value) {
     return value.kind() == kObject || value.kind() == kArray;
   }
 
-  static Writer open(std::string& out, const JSObject& container) {
-    out += container.kind() == kObject ? '{' : '[';
-    return {&container, container.members_.begin(), 0};
-  }
-
-  // Writes up to the next child that has to be written itself. Null: there is none
-  // left, and the container has been closed.
-  const JSObject* next(std::string& out, Filter filter) {
-    return container->kind() == kObject ? next_member(out, filter) : next_element(out);
-  }
-
-  const JSObject* next_member(std::string& out, Filter filter) {
-    while (member != container->members_.end()) {
-      if (member != container->members_.begin()) out += ',';
-      const auto& [key, value] = *member;
-      ++member;
-      append_quoted(out, key);
-      out += ':';
-      if (filter == nullptr || !filter(key)) return &value;
-      out += "\"<<HIDDEN>>\"";
+  // Writes a scalar, or the beginning of a container.
+  void begin(const JSObject& value) {
+    if (!is_container(value)) {
+      scalar(value);
+      return;
     }
-    out += '}';
+    out.put(value.kind() == kObject ? '{' : '[');
+    open.push({&value, value.members_.begin(), 0});
+  }
+
+  // Writes up to the next child that is a container. Null: there is none left, and this
+  // one has been closed.
+  const JSObject* members(Open& object) {
+    const auto& all = object.container->members_;
+    while (object.member != all.end()) {
+      if (object.member != all.begin()) out.put(',');
+      const auto& [key, value] = *object.member;
+      ++object.member;
+      put_quoted(out, key);
+      out.put(':');
+      if (filter != nullptr && hidden(key)) {
+        out.put("\"<<HIDDEN>>\"");
+      } else if (is_container(value)) {
+        return &value;
+      } else {
+        scalar(value);
+      }
+    }
+    out.put('}');
     return nullptr;
   }
 
-  const JSObject* next_element(std::string& out) {
-    if (element == container->elements_.size()) {
-      out += ']';
-      return nullptr;
+  const JSObject* elements(Open& array) {
+    const auto& all = array.container->elements_;
+    while (array.element != all.size()) {
+      if (array.element != 0) out.put(',');
+      const JSObject& value = all[array.element++];
+      if (is_container(value)) return &value;
+      scalar(value);
     }
-    if (element != 0) out += ',';
-    return &container->elements_[element++];
+    out.put(']');
+    return nullptr;
   }
 
-  static void scalar(std::string& out, const JSObject& value) {
+  // The string is complete up to here whenever the application's code runs.
+  bool hidden(const std::string& key) {
+    out.flush();
+    return filter(key);
+  }
+
+  void scalar(const JSObject& value) {
     switch (value.kind()) {
       case kNull:
-        out += "null";
+        out.put("null");
         break;
       case kBool:
-        out += value.bool_value_ ? "true" : "false";
+        value.bool_value_ ? out.put("true") : out.put("false");
         break;
       case kString:
-        append_quoted(out, value.string_value_);
+        put_quoted(out, value.string_value_);
         break;
       case kInteger:
-        append_number<16>(out, "%ld", static_cast<long>(value.long_value_));
+        put_integer(out, value.long_value_);
         break;
       case kDouble:
-        append_number<64>(out, "%.16g", value.double_value_);
+        put_double(out, value.double_value_);
         break;
       default:
         break;
@@ -138,22 +133,7 @@ struct JSObject::Writer {
   }
 };
 
-void JSObject::dump(std::string& out, Filter filter) const {
-  SmallStack<Writer> open;
-  const JSObject* value = this;
-  for (;;) {
-    if (Writer::is_container(*value)) {
-      open.push(Writer::open(out, *value));
-    } else {
-      Writer::scalar(out, *value);
-    }
-    do {
-      if (open.empty()) return;
-      value = open.top().next(out, filter);
-      if (value == nullptr) open.pop();
-    } while (value == nullptr);
-  }
-}
+void JSObject::dump(std::string& out, Filter filter) const { Writer(out, filter).run(*this); }
 
 void JSObject::dump(std::string& out) const { dump(out, nullptr); }
 

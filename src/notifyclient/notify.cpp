@@ -40,15 +40,23 @@ void report_unicast_error(const Call& call, const JSObject& parameter) {
   }
 }
 
+// Member by member, with the keys in ascending order, as a value would be written: to build
+// the value would take a copy of the parameter, which may be large.
 std::string message_text(const Call& call, const JSObject& parameter) {
-  JSObject message;
-  message(kKeyType) = kTypeNotify;
-  message(kKeyFrom) = call.from;
-  message(kKeyTo) = call.to;
-  message(kKeyNotification) = call.notification;
-  message(kKeyParameter) = parameter;
-  message(kKeyFlags) = call.flags;
-  return message.dump();
+  std::string text = "{";
+  const auto add = [&text](const char* key, const JSObject& value) {
+    if (text.size() > 1) text += ',';
+    text.append("\"").append(key).append("\":");
+    value.dump(text);
+  };
+  add(kKeyFlags, call.flags);
+  add(kKeyFrom, call.from);
+  add(kKeyNotification, call.notification);
+  add(kKeyParameter, parameter);
+  add(kKeyTo, call.to);
+  add(kKeyType, kTypeNotify);
+  text += '}';
+  return text;
 }
 
 }  // namespace

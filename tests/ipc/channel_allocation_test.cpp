@@ -3,41 +3,14 @@
 #include <gtest/gtest.h>
 #include <zedipc/tcp.h>
 
-#include <cstdlib>
-#include <new>
 #include <string>
 
 #include "ipc/channels.h"
 #include "ipc/receive.h"
+#include "support/allocations.h"
 
 using namespace zedipc;
 using namespace zedipc::test;
-
-namespace {
-
-thread_local int allocations = 0;
-
-// How many allocations a call makes when it is not the thread's first.
-template <typename Call>
-int cost(const Call& call) {
-  call();
-  const int before = allocations;
-  call();
-  return allocations - before;
-}
-
-}  // namespace
-
-// Not inlined, so that the compiler sees pairs of new and delete.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  ++allocations;
-  void* const memory = std::malloc(size == 0 ? 1 : size);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 TEST(Allocation, IsNotMadeByWriting) {
   Adopted adopted;

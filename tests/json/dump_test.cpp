@@ -180,3 +180,42 @@ TEST(Dump, LeavesTheValueAsItWas) {
   const std::string first = value.dump();
   EXPECT_EQ(value.dump(), first);
 }
+
+TEST(Dump, EscapesAByteWhereverItStands) {
+  for (std::size_t size = 1; size <= 20; ++size) {
+    for (std::size_t at = 0; at < size; ++at) {
+      const std::string before(at, 'b');
+      const std::string after(size - at - 1, '~');
+      for (const char byte : {'"', '\\', '\x1F', '\0'}) {
+        const std::string escaped = byte == '\x1F' ? "\\u001F"
+                                    : byte == '\0' ? "\\u0000"
+                                                   : std::string("\\") + byte;
+        std::string expected = "\"";
+        expected += before + escaped + after + "\"";
+        EXPECT_EQ(JSObject(before + byte + after).dump(), expected);
+      }
+    }
+  }
+}
+
+TEST(Dump, WritesStringsOfAnyLength) {
+  for (std::size_t size = 0; size < 5000; size += size < 300 ? 1 : 97) {
+    EXPECT_EQ(JSObject(std::string(size, '\xFF')).dump(), "\"" + std::string(size, '\xFF') + "\"");
+  }
+}
+
+TEST(Dump, WritesLongStringsOfEscapes) {
+  std::string expected = "\"";
+  for (int i = 0; i < 5000; ++i) expected += "\\u0001";
+  EXPECT_EQ(JSObject(std::string(5000, '\x01')).dump(), expected + "\"");
+}
+
+TEST(Dump, WritesManyElements) {
+  JSObject value;
+  std::string expected = "[";
+  for (int i = 0; i < 5000; ++i) {
+    value[i] = i - 2500;
+    expected += (i == 0 ? "" : ",") + std::to_string(i - 2500);
+  }
+  EXPECT_EQ(value.dump(), expected + "]");
+}

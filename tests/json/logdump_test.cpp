@@ -22,6 +22,14 @@ bool note_key(const std::string& key) {
   return key == "secret";
 }
 
+const std::string* growing = nullptr;
+std::vector<std::string> seen_texts;
+
+bool note_text(const std::string&) {
+  seen_texts.push_back(*growing);
+  return false;
+}
+
 }  // namespace
 
 TEST(Logdump, HidesTheValueOfAChosenKey) {
@@ -100,4 +108,11 @@ TEST(DumpWithAFilter, AppendsToAStringThatIsNotEmpty) {
   std::string out = "before ";
   parsed("[{\"secret\":1}]").dump(out, hide_secret);
   EXPECT_EQ(out, "before [{\"secret\":\"<<HIDDEN>>\"}]");
+}
+
+TEST(Logdump, HasAppendedTheKeyWhenItAsks) {
+  std::string text = "log: ";
+  growing = &text;
+  parsed("{\"a\":[1.5],\"b\":2}").dump(text, note_text);
+  EXPECT_EQ(seen_texts, (std::vector<std::string>{"log: {\"a\":", "log: {\"a\":[1.5],\"b\":"}));
 }

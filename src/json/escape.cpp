@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+#include "json/escape.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace zedipc {
+
+namespace {
+
+// The longest escape of one byte is \u and four digits.
+constexpr std::size_t kLongestEscape = 6;
+// As much text as is written without asking for room again.
+constexpr std::ptrdiff_t kPiece = TextSink::kRoom / kLongestEscape;
+
+using Word = std::uint64_t;
+
+constexpr Word repeated(unsigned char byte) { return Word{0x0101010101010101} * byte; }
+
+constexpr Word has_zero(Word word) { return (word - repeated(0x01)) & ~word & repeated(0x80); }
+
+// Whether any byte of the word needs an escape.
+constexpr bool has_special(Word word) {
+  const Word below_space = (word - repeated(0x20)) & ~word & repeated(0x80);
+  return (below_space | has_zero(word ^ repeated('"')) | has_zero(word ^ repeated('\\'))) != 0;
+}
+
+bool needs_escape(char byte) {
+  return static_cast<unsigned char>(byte) < 0x20 || byte == '"' || byte == '\\';
+}
+
+// The letter behind the backslash for a byte that has a short escape, else 0.
+char short_escape(char byte) {
+  switch (byte) {
+    case '\b':
+      return 'b';
+    case '\t':
+      return 't';
+    case '\n':
+      return 'n';
+    case '\f':
+      return 'f';
+    case '\r':
+      return 'r';
+    case '"':
+    case '\\':
+      return byte;
+    default:
+      return 0;
+  }
+}
+
+char* write_escape(char* to, char byte) {
+  static const char kDigits[] = "0123456789ABCDEF";
+  *to++ = '\\';
+  if (const char letter = short_escape(byte)) {
+    *to++ = letter;
+    return to;
+  }
+  *to++ = 'u';
+  *to++ = '0';
+  *to++ = '0';
+  *to++ = kDigits[static_cast<unsigned char>(byte) >> 4];
+  *to++ = kDigits[static_cast<unsigned char>(byte) & 0xF];
+  return to;
+}
+
+char* write_bytes(char* to, const char* from, const char* end) {
+  for (; from != end; ++from) {
+    if (needs_escape(*from)) {
+      to = write_escape(to, *from);
+    } else {
+      *to++ = *from;
+    }
+  }
+  return to;
+}
+
+template <typename Part>
+Part load(const char* from) {
+  Part part;
+  std::memcpy(&part, from, sizeof part);
+  return part;
+}
+
+template <typename Part>
+void store(char* to, Part part) {
+  std::memcpy(to, &part, sizeof part);
+}
+
+// A word at a time where it can be taken as it is. Gives the place behind the text.
+char* write_escaped(char* to, const char* from, const char* end) {
+  for (; end - from >= 8; from += 8) {
+    const auto word = load<Word>(from);
+    if (has_special(word)) {
+      to = write_bytes(to, from, from + 8);
+    } else {
+      store(to, word);
+      to += 8;
+    }
+  }
+  if (end - from < 4) return write_bytes(to, from, end);
+  // Two halves, of which the second may begin in the first.
+  const auto first = load<std::uint32_t>(from);
+  const auto last = load<std::uint32_t>(end - 4);
+  if (has_special(Word{first} << 32 | last)) return write_bytes(to, from, end);
+  store(to, first);
+  to += end - from;
+  store(to - 4, last);
+  return to;
+}
+
+}  // namespace
+
+void put_quoted(TextSink& out, const std::string& text) {
+  const char* from = text.data();
+  const char* const end = from + text.size();
+  out.put('"');
+  do {
+    const char* const piece_end = from + std::min(end - from, kPiece);
+    char* const to = out.room(static_cast<std::size_t>(piece_end - from) * kLongestEscape);
+    out.advance(write_escaped(to, from, piece_end));
+    from = piece_end;
+  } while (from != end);
+  out.put('"');
+}
+
+}  // namespace zedipc

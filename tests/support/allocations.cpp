@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#include "support/allocations.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+thread_local int count = 0;
+
+}  // namespace
+
+int zedipc::test::allocations() { return count; }
+
+// Not inlined, so that the compiler sees pairs of new and delete.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  ++count;
+  void* const memory = std::malloc(size == 0 ? 1 : size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
