@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "ipc/next_function.h"
+#include "support/next_function.h"
 
 namespace zedipc::test {
 

@@ -12,7 +12,7 @@
 #include <cerrno>
 #include <deque>
 
-#include "ipc/next_function.h"
+#include "support/next_function.h"
 
 namespace zedipc::test {
 

@@ -10,7 +10,7 @@
 #include <atomic>
 #include <cerrno>
 
-#include "ipc/next_function.h"
+#include "support/next_function.h"
 
 namespace zedipc::test {
 

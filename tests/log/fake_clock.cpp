@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "log/fake_clock.h"
 
-#include <dlfcn.h>
-
 #include <cerrno>
+
+#include "support/next_function.h"
 
 namespace {
 
@@ -18,7 +18,7 @@ using ClockGettime = int (*)(clockid_t, timespec*);
 }  // namespace
 
 extern "C" int clock_gettime(clockid_t id, timespec* now) noexcept {
-  static const auto real = reinterpret_cast<ClockGettime>(dlsym(RTLD_NEXT, "clock_gettime"));
+  static const auto real = zedipc::test::next<ClockGettime>("clock_gettime");
   if (id != CLOCK_MONOTONIC || clock_state == Clock::kReal) return real(id, now);
   if (clock_state == Clock::kBroken) {
     errno = EINVAL;

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "support/failing_threads.h"
 
-#include <dlfcn.h>
 #include <pthread.h>
 
 #include <atomic>
 #include <cerrno>
+
+#include "support/next_function.h"
 
 namespace zedipc::test {
 
@@ -25,12 +26,6 @@ bool take(std::atomic<int>& count) {
   return left > 0;
 }
 
-// The system's own function.
-template <typename Function>
-Function* original(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
 void fail_threads(int count) { threads_to_fail = count; }
@@ -45,35 +40,40 @@ int destroyed_attributes() { return destroyed; }
 
 }  // namespace zedipc::test
 
+// A sanitizer that is linked into the program has its own here. Behind ours there is only
+// the system's then, whose threads it would not know.
+extern "C" __attribute__((weak)) decltype(pthread_create) __interceptor_pthread_create;
+
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                               void* (*function)(void*), void* argument) {
   using namespace zedipc::test;
   if (take(threads_to_fail)) return EAGAIN;
-  return original<decltype(pthread_create)>("pthread_create")(thread, attributes, function,
-                                                              argument);
+  const auto create = __interceptor_pthread_create != nullptr
+                          ? __interceptor_pthread_create
+                          : next<decltype(&pthread_create)>("pthread_create");
+  return create(thread, attributes, function, argument);
 }
 
 extern "C" int pthread_attr_init(pthread_attr_t* attributes) {
   using namespace zedipc::test;
   if (take(attributes_to_fail)) return ENOMEM;
-  return original<decltype(pthread_attr_init)>("pthread_attr_init")(attributes);
+  return next<decltype(&pthread_attr_init)>("pthread_attr_init")(attributes);
 }
 
 extern "C" int pthread_attr_setdetachstate(pthread_attr_t* attributes, int state) {
   using namespace zedipc::test;
   if (take(detached_to_fail)) return EINVAL;
-  return original<decltype(pthread_attr_setdetachstate)>("pthread_attr_setdetachstate")(attributes,
-                                                                                        state);
+  return next<decltype(&pthread_attr_setdetachstate)>("pthread_attr_setdetachstate")(attributes,
+                                                                                     state);
 }
 
 extern "C" int pthread_attr_setstacksize(pthread_attr_t* attributes, size_t size) {
   using namespace zedipc::test;
   if (take(stack_sizes_to_fail)) return EINVAL;
-  return original<decltype(pthread_attr_setstacksize)>("pthread_attr_setstacksize")(attributes,
-                                                                                    size);
+  return next<decltype(&pthread_attr_setstacksize)>("pthread_attr_setstacksize")(attributes, size);
 }
 
 extern "C" int pthread_attr_destroy(pthread_attr_t* attributes) {
   ++zedipc::test::destroyed;
-  return zedipc::test::original<decltype(pthread_attr_destroy)>("pthread_attr_destroy")(attributes);
+  return zedipc::test::next<decltype(&pthread_attr_destroy)>("pthread_attr_destroy")(attributes);
 }
