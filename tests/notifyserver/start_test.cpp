@@ -376,7 +376,7 @@ TEST(Listener, GoesOnWhenASessionGetsNoThread) {
     pthread_getattr_default_np(&usual);
     pthread_attr_t impossible;
     pthread_attr_init(&impossible);
-    pthread_attr_setstacksize(&impossible, std::numeric_limits<std::size_t>::max() / 2 + 1);
+    pthread_attr_setstacksize(&impossible, std::numeric_limits<std::size_t>::max() / 4 * 3);
     EXPECT_EQ(pthread_setattr_default_np(&impossible), 0);
     dprintf(STDOUT_FILENO, "set\n");
     restore.wait();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/child.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -60,6 +61,15 @@ void ask_to_end(pid_t pid) {
       2000);
 }
 
+// A file in memory for what a process writes. Writing appends, since such a file has no
+// lock for the place where its writers are: one thread's line would take the place of
+// another's.
+int new_output(const char* name) {
+  const int fd = memfd_create(name, MFD_CLOEXEC);
+  fcntl(fd, F_SETFL, O_APPEND);
+  return fd;
+}
+
 }  // namespace
 
 bool eventually(const std::function<bool()>& condition, int msec) {
@@ -73,7 +83,7 @@ bool eventually(const std::function<bool()>& condition, int msec) {
 }
 
 Child::Child(const Environment& environment, const std::function<void()>& body)
-    : out_fd_(memfd_create("stdout", MFD_CLOEXEC)), err_fd_(memfd_create("stderr", MFD_CLOEXEC)) {
+    : out_fd_(new_output("stdout")), err_fd_(new_output("stderr")) {
   std::fflush(nullptr);
   pid_ = fork();
   if (pid_ != 0) return;
