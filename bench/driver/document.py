@@ -57,7 +57,8 @@ def about(found):
         f"on {machine}, {facts['memory']}; {facts['system']}, Linux {facts['kernel']}, "
         f"{facts['c_library']}, {facts['compiler']}.",
         f"Debian packages of the other systems: {versions or 'none'}."]
-    return "\n\n".join(textwrap.fill(sentence, WIDTH, break_on_hyphens=False) for sentence in sentences)
+    return "\n\n".join(textwrap.fill(sentence, WIDTH, break_on_hyphens=False)
+                       for sentence in sentences)
 
 
 MESSAGES = ("round_trip/", "unicast_", "broadcast/")
