@@ -12,9 +12,6 @@ namespace zedipc {
 
 namespace {
 
-const char kBanner[] = "$VER libzedipc 1.18.0 Apr 30 2021 09:42:01";
-constexpr std::size_t kBannerTag = 5;  // "$VER ", by which tools find the banner in a file
-
 // All closes of the process pass through it one at a time, so that of two threads
 // that close one channel only one finds the socket.
 std::mutex close_mutex;
@@ -43,7 +40,10 @@ const char* IPC::remote_addr() const { return d->remote_addr; }
 
 const char* IPC::local_addr() const { return d->local_addr; }
 
-const char* IPC::getVersion() { return kBanner + kBannerTag; }
+const char* IPC::getVersion() {
+  static const char kBanner[] = "$VER libzedipc 1.18.0 Apr 30 2021 09:42:01";
+  return kBanner + sizeof "$VER " - 1;  // by that tools find the banner in a file
+}
 
 const char* IPC::ipc_GetVersion() { return "1.18.0-1"; }
 

@@ -50,9 +50,6 @@ class Pipe::PipePrivate : public IPC::IpcPrivate {
 
 namespace {
 
-// Small on purpose: peers are few, and one that finds it full waits in connect.
-constexpr int kBacklog = 1;
-
 // The address of a socket file.
 class FileAddress {
  public:
@@ -80,6 +77,8 @@ int connect_to(int fd, const FileAddress& address) {
 }
 
 bool bind_and_listen(int fd, const FileAddress& address) {
+  // Small on purpose: peers are few, and one that finds it full waits in connect.
+  constexpr int kBacklog = 1;
   return ::bind(fd, address.get(), address.size()) == 0 && ::listen(fd, kBacklog) == 0;
 }
 

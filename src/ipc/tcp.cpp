@@ -23,8 +23,6 @@ class TCP::TcpPrivate : public IPC::IpcPrivate {};
 
 namespace {
 
-constexpr int kBacklog = 128;
-
 bool set_option(int fd, int level, int option, int value) {
   return ::setsockopt(fd, level, option, &value, sizeof value) == 0;
 }
@@ -173,6 +171,7 @@ bool TCP::listen(unsigned short port, const char* node) {
                    node == nullptr ? "" : node, port, problem);
     return false;
   }
+  constexpr int kBacklog = 128;
   const int fd = bind_first(list.get(), node, port);
   if (fd == -1) {
     ZEDIPC_IPC_LOG(kLogError, "TCP::listen() failed\n");

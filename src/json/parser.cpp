@@ -16,7 +16,9 @@ namespace {
 
 bool is_digit(char byte) { return byte >= '0' && byte <= '9'; }
 
-bool is_space(char byte) { return byte == ' ' || byte == '\r' || byte == '\n' || byte == '\t'; }
+bool is_white_space(char byte) {
+  return byte == ' ' || byte == '\r' || byte == '\n' || byte == '\t';
+}
 
 // Which bytes go on with a string in quotes.
 struct OrdinaryBytes {
@@ -51,7 +53,7 @@ struct JSObject::Parser {
   explicit Parser(const char* text) : at(text) {}
 
   void skip_space() {
-    while (is_space(*at)) ++at;
+    while (is_white_space(*at)) ++at;
   }
 
   void skip_comma() {

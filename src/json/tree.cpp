@@ -15,18 +15,18 @@ constexpr int kRecursionLimit = 16;
 
 // Levels of the recursion that this thread is in. The model makes it as cheap as a
 // plain variable; it costs every process four bytes for each thread.
-thread_local int level __attribute__((tls_model("initial-exec"))) = 0;
+thread_local int recursion_level __attribute__((tls_model("initial-exec"))) = 0;
 
 }  // namespace
 
 // Counts one level for its own life.
 struct JSObject::Depth {
-  Depth() { ++level; }
-  ~Depth() { --level; }
+  Depth() { ++recursion_level; }
+  ~Depth() { --recursion_level; }
   Depth(const Depth&) = delete;
   Depth& operator=(const Depth&) = delete;
 
-  const bool recurse = level < kRecursionLimit;
+  const bool recurse = recursion_level < kRecursionLimit;
 };
 
 JSObject::JSObject(const JSObject& other) : JSObject(other, Depth()) {}

@@ -10,16 +10,12 @@
 
 namespace zedipc {
 
-namespace {
-
-const char kBanner[] = "$VER libzedjson 1.18.0 Apr 30 2021 09:42:01";
-constexpr std::size_t kBannerTag = 5;  // "$VER ", by which tools find the banner in a file
-
-}  // namespace
-
 JSObject JSObject::NullObject;
 
-const char* JSObject::getVersion() { return kBanner + kBannerTag; }
+const char* JSObject::getVersion() {
+  static const char kBanner[] = "$VER libzedjson 1.18.0 Apr 30 2021 09:42:01";
+  return kBanner + sizeof "$VER " - 1;  // by that tools find the banner in a file
+}
 
 JSObject& JSObject::operator=(const JSObject& other) {
   JSObject copy(other);

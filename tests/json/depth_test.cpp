@@ -12,6 +12,7 @@
 
 #include "json/stack.h"
 #include "json/texts.h"
+#include "support/instrumented.h"
 
 using zedipc::JSObject;
 using namespace zedipc::test;
@@ -20,11 +21,7 @@ namespace {
 
 // The largest message of the notification service. A sanitizer takes its time with that;
 // a quarter is too deep for the small stack as well.
-#ifdef ZEDIPC_INSTRUMENTED
-constexpr std::size_t kMessage = 524288 / 4;
-#else
-constexpr std::size_t kMessage = 524288;
-#endif
+constexpr std::size_t kMessage = 524288 / (kInstrumented ? 4 : 1);
 constexpr std::size_t kLargeStack = 8 * 1024 * 1024;
 constexpr std::size_t kSmallStack = 256 * 1024;
 

@@ -27,6 +27,7 @@ struct Totals {
 class Account {
  public:
   explicit Account(Time origin) : origin_(origin) {}
+  Account(Time origin, Time slowness) : origin_(origin) { history_.slowness = slowness; }
 
   // To be told of all events in the order of their times.
   void note(const Event& event);

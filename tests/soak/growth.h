@@ -21,15 +21,9 @@ Usage usage_of(pid_t pid);
 // The median of each, so that a moment does not count.
 Usage typical(const std::vector<Usage>& samples);
 
-// A sanitizer keeps freed memory for as long as it likes, and finds leaks by itself.
-#ifdef ZEDIPC_INSTRUMENTED
-inline constexpr bool kMemoryIsJudged = false;
-#else
-inline constexpr bool kMemoryIsJudged = true;
-#endif
-
 // What grew between two times at which the same clients were connected. Memory may grow
-// by a tenth and `kMemorySlack`: allocators settle slowly.
+// by a tenth and `kMemorySlack`: allocators settle slowly. A sanitizer keeps freed memory
+// for as long as it likes, and finds leaks by itself: with one it is not to be judged.
 inline constexpr long kMemorySlack = 3072;  // kB
 std::vector<std::string> growth(const Usage& first, const Usage& last, bool memory_is_judged);
 

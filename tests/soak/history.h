@@ -28,6 +28,8 @@ struct ServerKill {
 };
 
 struct History {
+  // What the thread of a callback may take to get to its report, once it was started.
+  Time slowness = 3 * kSecond;
   std::map<Life, ClientLife> lives;
   std::vector<ServerKill> server_kills;
   Registrations registrations;

@@ -16,8 +16,6 @@ constexpr int kBroadcastRounds = 2;
 constexpr int kUnicastRounds = 6;
 // Until nothing can come any more.
 constexpr int kLastRounds = 10;
-// For the thread of a callback to get to its report, once it was started.
-constexpr Time kSlow = 3 * kSecond;
 
 class Judge {
  public:
@@ -70,7 +68,7 @@ class Judge {
   // ---- Windows
 
   [[nodiscard]] bool killed_before_finish(const ClientLife& life) const {
-    return life.kill_begin != kNever && life.kill_begin <= finish_ + kSlow;
+    return life.kill_begin != kNever && life.kill_begin <= finish_ + history_.slowness;
   }
 
   [[nodiscard]] bool sender_killed() const { return killed_before_finish(sender_); }
@@ -283,7 +281,7 @@ Verdict judge(const History& history, const Message& message) {
 
 Time settled(const History& history, const Message& message) {
   const Time last = history.rounds.after(Judge(history, message).sent(), kLastRounds);
-  return last == kNever ? kNever : last + kSlow;
+  return last == kNever ? kNever : last + history.slowness;
 }
 
 }  // namespace zedipc::soak

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "zedipc/inbox.h"
 #include "zedipc/output.h"
 #include "zedipc/text.h"
 
@@ -18,9 +19,7 @@ namespace command {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-constexpr char kNotification[] = "zedipc.handled";
+constexpr char kHandled[] = "zedipc.handled";
 // An answer can be lost with the server that owes it; a new one is asked again.
 constexpr std::chrono::seconds kBetweenQuestions{1};
 
@@ -41,7 +40,7 @@ class Answer {
   static void on_refusal(void* data, const std::string& /*from*/, const std::string& to,
                          const std::string& notification, const zedipc::JSObject& parameter,
                          unsigned int /*flags*/) {
-    if (notification == kNotification && to == private_name("nobody")) {
+    if (notification == kHandled && to == private_name("nobody")) {
       static_cast<Answer*>(data)->note(parameter.getInt());
     }
   }
@@ -92,7 +91,7 @@ void wait_for_server(std::chrono::milliseconds patience) {
   Answer answer;
   const Clock::time_point end = Clock::now() + patience;
   for (int number = 1; Clock::now() < end; ++number) {
-    check(zedipc::ipcNotify(nobody, kNotification, number, 0, nobody));
+    check(zedipc::ipcNotify(nobody, kHandled, number, 0, nobody));
     if (answer.came(number, std::min(end, Clock::now() + kBetweenQuestions))) return;
   }
   throw Failure(

@@ -15,15 +15,14 @@ namespace command {
 
 namespace {
 
-constexpr char kNotification[] = "zedipc.ping";
+constexpr char kPing[] = "zedipc.ping";
 constexpr std::chrono::seconds kForTheLast{1};  // a stray reply is given that long
 
 class Ping {
  public:
   explicit Ping(Inbox& inbox) : inbox_(inbox), name_(private_name("ping")) {
     zedipc::ipcRegisterUnicastError(Inbox::on_refusal, &inbox);
-    check(
-        zedipc::ipcRegisterNotificationCB(kNotification, Inbox::on_notification, &inbox, 0, name_));
+    check(zedipc::ipcRegisterNotificationCB(kPing, Inbox::on_notification, &inbox, 0, name_));
     wait_for_server();
   }
 
@@ -31,7 +30,7 @@ class Ping {
   void send() {
     const int number = ++sent_;
     pending_[number] = Clock::now();
-    if (zedipc::ipcNotify(name_, kNotification, number, 0, name_) == 0) return;
+    if (zedipc::ipcNotify(name_, kPing, number, 0, name_) == 0) return;
     pending_.erase(number);
     output_.line(begin(number) + output_.paint(Colour::kRed, "the server is not there"));
   }
@@ -65,14 +64,14 @@ class Ping {
   void note(const Message& message) {
     const int number = message.parameter.getInt();
     const auto found = pending_.find(number);
-    if (message.notification != kNotification || found == pending_.end()) return;
+    if (message.notification != kPing || found == pending_.end()) return;
     const std::chrono::duration<double, std::milli> took = message.arrived - found->second;
     pending_.erase(found);
     if (message.refused) {
       output_.line(begin(number) + output_.paint(Colour::kRed,
                                                  "came back: the server's rules do "
                                                  "not admit " +
-                                                     std::string(kNotification)));
+                                                     std::string(kPing)));
       return;
     }
     trips_.add(took.count());
