@@ -47,6 +47,7 @@ std::vector<LogLine> parse_log(const std::string& text) {
   std::string line;
   LogLine parsed;
   while (std::getline(in, line)) {
+    if (in.eof()) break;  // its end is still to be written
     if (parse_line(line, parsed)) lines.push_back(parsed);
   }
   return lines;
