@@ -11,18 +11,20 @@ namespace {
 // The longest escape of one byte is \u and four digits.
 constexpr std::size_t kLongestEscape = 6;
 // As much text as is written without asking for room again.
-constexpr std::ptrdiff_t kPiece = TextSink::kRoom / kLongestEscape;
+constexpr std::ptrdiff_t kPiece = 64;
+static_assert(kPiece * kLongestEscape <= TextSink::kRoom);
 
 using Word = std::uint64_t;
 
 constexpr Word repeated(unsigned char byte) { return Word{0x0101010101010101} * byte; }
 
-constexpr Word has_zero(Word word) { return (word - repeated(0x01)) & ~word & repeated(0x80); }
-
-// Whether any byte of the word needs an escape.
-constexpr bool has_special(Word word) {
-  const Word below_space = (word - repeated(0x20)) & ~word & repeated(0x80);
-  return (below_space | has_zero(word ^ repeated('"')) | has_zero(word ^ repeated('\\'))) != 0;
+// Not 0 if any byte of the word needs an escape. A byte below 0x80 gets its highest bit by
+// a subtraction only if it is less than what is taken off, or the byte behind it was.
+constexpr Word special(Word word) {
+  const Word below_space = word - repeated(0x20);
+  const Word quote = (word ^ repeated('"')) - repeated(1);
+  const Word backslash = (word ^ repeated('\\')) - repeated(1);
+  return (below_space | quote | backslash) & ~word & repeated(0x80);
 }
 
 bool needs_escape(char byte) {
@@ -88,11 +90,17 @@ void store(char* to, Part part) {
   std::memcpy(to, &part, sizeof part);
 }
 
+bool is_plain_piece(const char* from) {
+  Word found = 0;
+  for (int i = 0; i < kPiece; i += 8) found |= special(load<Word>(from + i));
+  return found == 0;
+}
+
 // A word at a time where it can be taken as it is. Gives the place behind the text.
 char* write_escaped(char* to, const char* from, const char* end) {
   for (; end - from >= 8; from += 8) {
     const auto word = load<Word>(from);
-    if (has_special(word)) {
+    if (special(word) != 0) {
       to = write_bytes(to, from, from + 8);
     } else {
       store(to, word);
@@ -103,7 +111,7 @@ char* write_escaped(char* to, const char* from, const char* end) {
   // Two halves, of which the second may begin in the first.
   const auto first = load<std::uint32_t>(from);
   const auto last = load<std::uint32_t>(end - 4);
-  if (has_special(Word{first} << 32 | last)) return write_bytes(to, from, end);
+  if (special(Word{first} << 32 | last) != 0) return write_bytes(to, from, end);
   store(to, first);
   to += end - from;
   store(to - 4, last);
@@ -116,12 +124,17 @@ void put_quoted(TextSink& out, const std::string& text) {
   const char* from = text.data();
   const char* const end = from + text.size();
   out.put('"');
-  do {
-    const char* const piece_end = from + std::min(end - from, kPiece);
-    char* const to = out.room(static_cast<std::size_t>(piece_end - from) * kLongestEscape);
-    out.advance(write_escaped(to, from, piece_end));
-    from = piece_end;
-  } while (from != end);
+  for (std::ptrdiff_t size = 0; from != end; from += size) {
+    size = std::min(end - from, kPiece);
+    if (size == kPiece && is_plain_piece(from)) {
+      char* const to = out.room(kPiece);
+      std::memcpy(to, from, kPiece);
+      out.advance(to + kPiece);
+    } else {
+      char* const to = out.room(static_cast<std::size_t>(size) * kLongestEscape);
+      out.advance(write_escaped(to, from, from + size));
+    }
+  }
   out.put('"');
 }
 

@@ -32,6 +32,18 @@ constexpr OrdinaryBytes kOrdinary;
 
 bool is_ordinary(char byte) { return kOrdinary.of[static_cast<unsigned char>(byte)]; }
 
+// Most strings are short; for a long one the system's function is faster.
+const char* skip_ordinary(const char* from) {
+  constexpr int kStep = 4;
+  for (int step = 0; step < 16; ++step, from += kStep) {
+#pragma GCC unroll 4
+    for (int i = 0; i < kStep; ++i) {
+      if (!is_ordinary(from[i])) return from + i;
+    }
+  }
+  return from + std::strcspn(from, "\"\\");
+}
+
 }  // namespace
 
 // One pass over one text. The values whose end has not been reached wait on a
@@ -152,8 +164,7 @@ struct JSObject::Parser {
         ++end;
       }
       if (*end == '\0') return false;
-      ++end;
-      while (is_ordinary(*end)) ++end;
+      end = skip_ordinary(end + 1);
     }
     text = {begin, static_cast<std::size_t>(end - begin), escaped};
     at = end + 1;

@@ -92,8 +92,10 @@ TEST(Dump, EscapesEachControlByteInOneOfTwoWays) {
 TEST(Dump, WritesEveryOtherByteAsItIs) {
   for (int byte = 0x20; byte < 0x100; ++byte) {
     if (byte == '"' || byte == '\\') continue;
-    const std::string text(1, static_cast<char>(byte));
-    EXPECT_EQ(JSObject(text).dump(), '"' + text + '"') << byte;
+    for (const std::size_t size : {1, 8, 64}) {
+      const std::string text(size, static_cast<char>(byte));
+      EXPECT_EQ(JSObject(text).dump(), '"' + text + '"') << byte;
+    }
   }
 }
 
@@ -182,7 +184,7 @@ TEST(Dump, LeavesTheValueAsItWas) {
 }
 
 TEST(Dump, EscapesAByteWhereverItStands) {
-  for (std::size_t size = 1; size <= 20; ++size) {
+  for (std::size_t size = 1; size <= 140; size += size < 20 ? 1 : 40) {
     for (std::size_t at = 0; at < size; ++at) {
       const std::string before(at, 'b');
       const std::string after(size - at - 1, '~');

@@ -70,6 +70,15 @@ TEST(ParseString, IsNotEndedByAnEscapedQuote) {
 
 TEST(ParseString, IsEndedByAQuoteBehindAnEscapedBackslash) { EXPECT_EQ(unescaped("a\\\\"), "a\\"); }
 
+TEST(ParseString, IsReadToItsEndWhateverItsLength) {
+  for (std::size_t size = 0; size < 200; ++size) {
+    const std::string text(size, '\xFF');
+    EXPECT_EQ(read("\"" + text), (Outcome{-1, "\"\""}));
+    EXPECT_EQ(read("\"" + text + "\"~"), (Outcome{static_cast<int>(size) + 2, "\"" + text + "\""}));
+    EXPECT_EQ(unescaped(text + "\\\"" + text), text + "\"" + text);
+  }
+}
+
 TEST(ParseString, WithABackslashAtTheEndOfTheTextFails) {
   EXPECT_EQ(read("\"a\\"), (Outcome{-1, "\"\""}));
   EXPECT_EQ(read("\"\\"), (Outcome{-1, "\"\""}));
