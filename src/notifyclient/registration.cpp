@@ -264,7 +264,7 @@ int ipcRegisterUnicastError(UnicastErrorCallback cb, void* data) {
         printable(cb), data);
     return kDone;
   }
-  table.push_back(new UnicastErrorRecord{{}, cb, data});
+  append(table, new UnicastErrorRecord{{}, cb, data});
   ZEDIPC_CLIENT_LOG(
       kLogInfo, "ipcRegisterUnicastError(): unicast error callback registered (cb=%p, data%p)\n",
       printable(cb), data);

@@ -31,14 +31,14 @@ bool add_record(NotificationRecord* record, std::uint32_t sent) {
   auto& table = lazy_table(client.notification_table);
   const std::lock_guard<std::mutex> changing(client.change_lock);
   record->told = client.epoch == sent;
-  table.push_back(record);
+  append(table, record);
   return newer_stands(sent);
 }
 
 bool add_record(ObserverRecord* record, std::uint32_t sent) {
   auto& table = lazy_table(client.observer_table);
   const std::lock_guard<std::mutex> changing(client.change_lock);
-  table.push_back(record);
+  append(table, record);
   return newer_stands(sent);
 }
 

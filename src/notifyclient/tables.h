@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +18,15 @@
 #include "notifyclient/client_state.h"
 
 namespace zedipc {
+
+// Adds a record, which it takes: where there is no memory for that it is freed. The caller
+// holds table_lock.
+template <typename Record>
+void append(std::vector<Record*>& table, Record* record) {
+  std::unique_ptr<Record> owner(record);
+  table.push_back(record);
+  static_cast<void>(owner.release());
+}
 
 // The changes. The caller holds table_lock and has told the server on the connection
 // of epoch `sent`. True: a newer connection stands, which knows nothing of the

@@ -92,7 +92,7 @@ TEST(Dump, EscapesEachControlByteInOneOfTwoWays) {
 TEST(Dump, WritesEveryOtherByteAsItIs) {
   for (int byte = 0x20; byte < 0x100; ++byte) {
     if (byte == '"' || byte == '\\') continue;
-    for (const std::size_t size : {1, 8, 64}) {
+    for (const std::size_t size : {1U, 8U, 64U}) {
       const std::string text(size, static_cast<char>(byte));
       EXPECT_EQ(JSObject(text).dump(), '"' + text + '"') << byte;
     }
