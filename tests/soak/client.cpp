@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "soak/judge.h"
+#include "support/instrumented.h"
 
 namespace zedipc::soak {
 
@@ -23,6 +24,9 @@ constexpr char kBase[] = "soak.open.base";  // registered for life, for the trip
 constexpr char kPool[] = "pool";            // a name that many receive under
 constexpr int kOpenNames = 5;
 constexpr int kSlots = 2;
+// With a sanitizer threads take so long that an observer, who gets one for each delivery,
+// soon has thousands, until the system refuses it more: a call that is not made then.
+constexpr int kSlower = test::kInstrumented ? 2 : 1;
 
 // Short enough for a pipe to take it whole, whatever other threads write.
 void report(const Event& event) {
@@ -107,7 +111,7 @@ class Client {
     for (;;) {
       if (!watcher_ && !quiet_ && below(changes_, 5) == 0) change_something();
       send(name_, kBase);  // a trip
-      if (!pause(changes_, 50, 150)) _exit(0);
+      if (!pause(changes_, 50 * kSlower, 150 * kSlower)) _exit(0);
     }
   }
 
@@ -139,7 +143,7 @@ class Client {
 
   void send_for_ever() {
     for (;;) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(20 + below(sends_, 160)));
+      std::this_thread::sleep_for(std::chrono::milliseconds(kSlower * (20 + below(sends_, 160))));
       if (quiet_) continue;
       const int kind = below(sends_, 20);
       const std::string notification =
