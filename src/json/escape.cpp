@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 namespace zedipc {
 
@@ -119,6 +120,15 @@ char* write_escaped(char* to, const char* from, const char* end) {
 }
 
 }  // namespace
+
+const char* find_escaped(const char* from, const char* end) {
+  while (end - from >= 8 && special(load<Word>(from)) == 0) from += 8;
+  return std::find_if(from, end, needs_escape);
+}
+
+bool is_short_escape(char byte) {
+  return byte != '\0' && std::strchr("btnfr\"\\", byte) != nullptr;
+}
 
 void put_quoted(TextSink& out, const std::string& text) {
   const char* from = text.data();

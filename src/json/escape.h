@@ -12,4 +12,11 @@ namespace zedipc {
 // that UTF-8 stays UTF-8 and anything else stays what it was.
 void put_quoted(TextSink& out, const std::string& text);
 
+// The first byte of a text that does not go through as it is: a control character, a quote
+// or a backslash; `end` if there is none.
+const char* find_escaped(const char* from, const char* end);
+
+// Whether a backslash and this byte are what is written for some byte.
+bool is_short_escape(char byte);
+
 }  // namespace zedipc

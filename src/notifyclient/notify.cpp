@@ -40,10 +40,15 @@ void report_unicast_error(const Call& call, const JSObject& parameter) {
   }
 }
 
+// Bytes of a message with a small parameter.
+constexpr std::size_t kTypicalText = 256;
+
 // Member by member, with the keys in ascending order, as a value would be written: to build
 // the value would take a copy of the parameter, which may be large.
 std::string message_text(const Call& call, const JSObject& parameter) {
-  std::string text = "{";
+  std::string text;
+  text.reserve(kTypicalText);
+  text += '{';
   const auto add = [&text](const char* key, const JSObject& value) {
     if (text.size() > 1) text += ',';
     text.append("\"").append(key).append("\":");

@@ -13,6 +13,7 @@
 #include "notifyclient/client_state.h"
 #include "notifyclient/connection.h"
 #include "notifyclient/invocation.h"
+#include "protocol/envelope.h"
 #include "protocol/protocol.h"
 
 namespace zedipc {
@@ -34,6 +35,12 @@ struct Incoming {
         to(message(kKeyTo).getString()),
         notification(message(kKeyNotification).getString()),
         flags(static_cast<unsigned int>(message(kKeyFlags).getInt())) {}
+
+  explicit Incoming(Envelope& envelope)
+      : from(std::move(envelope.from)),
+        to(std::move(envelope.to)),
+        notification(std::move(envelope.notification)),
+        flags(static_cast<unsigned int>(envelope.flags)) {}
 
   [[nodiscard]] Call call() const { return {from, to, notification, flags}; }
 };
@@ -95,6 +102,34 @@ void invoke_all(const NotificationTable& table, const Incoming& in, JSObject& pa
   if (last != nullptr) invoke("notification", *last, in.call(), std::move(parameter));
 }
 
+// False if it is for nobody here.
+bool invoke_receivers(const NotificationTable& table, const Incoming& in, JSObject& parameter) {
+  if (in.to == kToAll) {
+    invoke_all(table, in, parameter);
+    return true;
+  }
+  NotificationRecord* const best = find_best(table, in);
+  if (best == nullptr) return false;
+  invoke("notification", *best, in.call(), std::move(parameter));
+  return true;
+}
+
+// The short way of most messages: a notification for somebody here. False if the text has
+// to be handled as a message; then nothing has been done.
+bool handle_at_once(const std::string& text) {
+  if (dbg_log_enabled(kLogInfo)) return false;  // each message is told of before all else
+  Envelope envelope;
+  JSObject parameter;
+  const bool read = envelope.read(text, [&parameter](const char* at) {
+    const int size = parameter.parse(at);
+    return size < 0 ? nullptr : at + size;
+  });
+  if (!read) return false;
+  const std::lock_guard<std::mutex> lock(client.table_lock);
+  const auto& table = lazy_table(client.notification_table);
+  return !table.empty() && invoke_receivers(table, Incoming(envelope), parameter);
+}
+
 void handle_notification(JSObject& message) {
   const std::lock_guard<std::mutex> lock(client.table_lock);
   const auto& table = lazy_table(client.notification_table);
@@ -105,11 +140,7 @@ void handle_notification(JSObject& message) {
   const Incoming in(message);
   JSObject& parameter = message(kKeyParameter);
   log_received("notification", in, parameter);
-  if (in.to == kToAll) {
-    invoke_all(table, in, parameter);
-  } else if (NotificationRecord* const best = find_best(table, in)) {
-    invoke("notification", *best, in.call(), std::move(parameter));
-  } else {
+  if (!invoke_receivers(table, in, parameter)) {
     send_back(message, kLogWarning, "matching client");
   }
 }
@@ -170,6 +201,7 @@ void serve_connection() {
   std::string text;
   int msg_tag = 0;
   while (connection()->read_msg(NOTIFY_FRAME_ID, msg_tag, text, NOTIFY_MAX_MSG, -1)) {
+    if (handle_at_once(text)) continue;
     JSObject message;
     message.parse(text.c_str());
     handle_message(message);

@@ -3,6 +3,7 @@
 
 #include <limits>
 #include <set>
+#include <utility>
 
 #include "protocol/protocol.h"
 
@@ -13,6 +14,9 @@ namespace {
 bool send(IPC* ipc, const std::string& text) {
   return ipc->write_msg(NOTIFY_FRAME_ID, NOTIFY_FRAME_TAG, text);
 }
+
+// Room for the member that a message gets on its way.
+constexpr std::size_t kReferenceText = 32;
 
 // A notification on its way through the server.
 struct Notification {
@@ -25,17 +29,13 @@ struct Notification {
   bool outbound_blocked;  // it may not leave for another machine
 };
 
-// Reading a key creates it, so that these four stand in whatever is written from
-// the message later.
-Notification read_notification(const Session& session, JSObject& message) {
-  Notification n;
-  n.from = message(kKeyFrom).getString();
-  n.to = message(kKeyTo).getString();
-  n.name = message(kKeyNotification).getString();
+// Logs the notification, whose members have been read, and asks the rules. `parameter_text`
+// gives the text of its parameter.
+template <typename Function>
+void receive(const Session& session, Notification& n, Function parameter_text) {
   n.name_hash = Registration::hash_of(n.name);
-  n.flags = message(kKeyFlags).getInt();
   if (dbg_log_enabled(kLogInfo)) {
-    const std::string parameter = message(kKeyParameter).dump();
+    const std::string parameter = parameter_text();
     ZEDIPC_SERVER_LOG(kLogInfo,
                       "handle_client(): ipc=%p received notification '%s' (from='%s', to='%s', "
                       "para='%s', flags=%u)\n",
@@ -44,7 +44,6 @@ Notification read_notification(const Session& session, JSObject& message) {
   }
   n.inbound_blocked = session.remote && !rule_match(n.from, n.to, n.name, server.inbound_rules);
   n.outbound_blocked = !rule_match(n.from, n.to, n.name, server.outbound_rules);
-  return n;
 }
 
 // Tells the observers that `row` has been served, under the name it registered.
@@ -164,30 +163,64 @@ void report_unicast_error(const Notification& n, JSObject& message) {
                     n.from.c_str(), static_cast<void*>(sender->second), n.name.c_str());
 }
 
-void unicast(const Session& session, const Notification& n, JSObject& message) {
-  // A message that a client could not take and sent back has its reference already.
-  if (!message.exists(kKeyReference)) message(kKeyReference) = session.identity;
-  const std::string forward_text = message.dump();
-  if (n.inbound_blocked) {
-    ZEDIPC_SERVER_LOG(
-        kLogNote, "handle_client(): unicast notification '%s' blocked by inbound configuration\n",
-        n.name.c_str());
-  } else if (deliver(n, forward_text)) {
-    return;
-  }
-  report_unicast_error(n, message);
+// False if nobody took it: the sender has to be told.
+bool unicast(const Notification& n, const std::string& text) {
+  if (!n.inbound_blocked) return deliver(n, text);
+  ZEDIPC_SERVER_LOG(kLogNote,
+                    "handle_client(): unicast notification '%s' blocked by inbound configuration\n",
+                    n.name.c_str());
+  return false;
+}
+
+// What is written of a message that has been given its reference.
+std::string with_reference(const Envelope& envelope, const std::string& text,
+                           std::int32_t reference) {
+  if (envelope.has_reference) return text;
+  std::string result;
+  result.reserve(text.size() + kReferenceText);
+  const auto ahead = static_cast<std::size_t>(envelope.parameter_end + 1 - text.data());
+  result.append(text, 0, ahead).append("\"").append(kKeyReference).append("\":");
+  return result.append(std::to_string(reference)).append(",").append(text, ahead);
 }
 
 }  // namespace
 
 void route_notification(const Session& session, JSObject& message,
                         const std::string& received_text) {
-  const Notification n = read_notification(session, message);
+  // Reading a key creates it, so that these four stand in whatever is written from the
+  // message later.
+  Notification n;
+  n.from = message(kKeyFrom).getString();
+  n.to = message(kKeyTo).getString();
+  n.name = message(kKeyNotification).getString();
+  n.flags = message(kKeyFlags).getInt();
+  receive(session, n, [&] { return message(kKeyParameter).dump(); });
   if (n.to == kToAll) {
     broadcast(n, received_text);
-  } else {
-    unicast(session, n, message);
+    return;
   }
+  // A message that a client could not take and sent back has its reference already.
+  if (!message.exists(kKeyReference)) message(kKeyReference) = session.identity;
+  if (!unicast(n, message.dump())) report_unicast_error(n, message);
+}
+
+void route_notification(const Session& session, Envelope& envelope,
+                        const std::string& received_text) {
+  Notification n;
+  n.from = std::move(envelope.from);
+  n.to = std::move(envelope.to);
+  n.name = std::move(envelope.notification);
+  n.flags = envelope.flags;
+  receive(session, n, [&] { return std::string(envelope.parameter, envelope.parameter_end); });
+  if (n.to == kToAll) {
+    broadcast(n, received_text);
+    return;
+  }
+  const std::string text = with_reference(envelope, received_text, session.identity);
+  if (unicast(n, text)) return;
+  JSObject message;
+  message.parse(text.c_str());
+  report_unicast_error(n, message);
 }
 
 }  // namespace zedipc

@@ -7,9 +7,11 @@
 
 #include <zedipc/jsobject.h>
 
+#include "json/as_written.h"
 #include "notifyserver/routing.h"
 #include "notifyserver/server_state.h"
 #include "notifyserver/wildcard.h"
+#include "protocol/envelope.h"
 #include "protocol/protocol.h"
 
 namespace zedipc {
@@ -129,6 +131,20 @@ void handle_message(const Session& session, JSObject& message, const std::string
   }
 }
 
+void handle_text(const Session& session, const std::string& received_text) {
+  const char* const end = received_text.data() + received_text.size();
+  Envelope envelope;
+  if (envelope.read(received_text, [end](const char* at) { return end_as_written(at, end); })) {
+    const std::lock_guard<std::mutex> lock(server.server_lock);
+    route_notification(session, envelope, received_text);
+    return;
+  }
+  JSObject message;
+  message.parse(received_text.c_str());
+  const std::lock_guard<std::mutex> lock(server.server_lock);
+  handle_message(session, message, received_text);
+}
+
 // False at the end of the stream and at a read error. A frame that was refused or
 // that stopped half-way does not end the session, and reads as an empty text: what a
 // stopped one leaves in `text` is in part the message before it.
@@ -169,12 +185,7 @@ void* handle_client(void* accepted) {
   }
   session.remote = is_remote(*session.ipc);
   std::string received_text;
-  while (read_message(session.ipc, received_text)) {
-    JSObject message;
-    message.parse(received_text.c_str());
-    const std::lock_guard<std::mutex> lock(server.server_lock);
-    handle_message(session, message, received_text);
-  }
+  while (read_message(session.ipc, received_text)) handle_text(session, received_text);
   end_session(session);
   return nullptr;
 }

@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: MIT
+#include "json/as_written.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+#include "base/decimal.h"
+#include "json/escape.h"
+
+namespace zedipc {
+
+namespace {
+
+// Each level takes stack here, and what lies deeper is rare.
+constexpr int kDeepest = 16;
+
+// So few digits are within the range of an integer.
+constexpr std::ptrdiff_t kIntegerDigits = 9;
+
+// One walk over one value. Every step is false where the text is not as it is written.
+struct WrittenText {
+  const char* at;
+  const char* const end;
+
+  bool skip(char byte) {
+    if (*at != byte) return false;
+    ++at;
+    return true;
+  }
+
+  template <std::size_t size>
+  bool word(const char (&text)[size]) {
+    return std::all_of(text, text + size - 1, [this](char byte) { return skip(byte); });
+  }
+
+  bool value(int levels) {
+    switch (*at) {
+      case '"':
+        return string();
+      case '{':
+        return levels > 0 && object(levels - 1);
+      case '[':
+        return levels > 0 && array(levels - 1);
+      case 't':
+        return word("true");
+      case 'f':
+        return word("false");
+      case 'n':
+        return word("null");
+      default:
+        return number();
+    }
+  }
+
+  bool array(int levels) {
+    ++at;
+    if (skip(']')) return true;
+    do {
+      if (!value(levels)) return false;
+    } while (skip(','));
+    return skip(']');
+  }
+
+  // Members are written in the order of their keys, each key once.
+  bool object(int levels) {
+    ++at;
+    if (skip('}')) return true;
+    std::string_view last;
+    do {
+      std::string_view key;
+      if (!plain(key) || (last.data() != nullptr && key <= last)) return false;
+      if (!skip(':') || !value(levels)) return false;
+      last = key;
+    } while (skip(','));
+    return skip('}');
+  }
+
+  // A string without escapes.
+  bool plain(std::string_view& text) {
+    if (!skip('"')) return false;
+    const char* const begin = at;
+    at = find_escaped(at, end);
+    text = std::string_view(begin, static_cast<std::size_t>(at - begin));
+    return skip('"');
+  }
+
+  bool string() {
+    ++at;
+    for (;;) {
+      at = find_escaped(at, end);
+      if (*at != '\\') return skip('"');
+      if (!is_short_escape(at[1])) return false;
+      at += 2;
+    }
+  }
+
+  bool number() {
+    const char* const begin = at;
+    skip('-');
+    const char* const digits = at;
+    skip_digits();
+    const std::ptrdiff_t count = at - digits;
+    if (count == 0 || count > kIntegerDigits) return false;
+    if (*at == '.' || *at == 'e') return real(begin);
+    return *digits != '0' || (count == 1 && digits == begin);
+  }
+
+  bool real(const char* begin) {
+    if (skip('.')) skip_digits();
+    if (skip('e')) {
+      if (!skip('-')) skip('+');
+      skip_digits();
+    }
+    char text[kDoubleText];
+    const char* const text_end = double_to_text(text, text_to_double(begin, at));
+    return std::equal(begin, at, static_cast<const char*>(text), text_end);
+  }
+
+  void skip_digits() {
+    while (*at >= '0' && *at <= '9') ++at;
+  }
+};
+
+}  // namespace
+
+const char* end_as_written(const char* begin, const char* end) {
+  WrittenText text{begin, end};
+  return text.value(kDeepest) ? text.at : nullptr;
+}
+
+}  // namespace zedipc
