@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "base/decimal.h"
+#include "json/cursor.h"
 #include "json/escape.h"
 
 namespace zedipc {
@@ -15,24 +16,9 @@ namespace {
 // Each level takes stack here, and what lies deeper is rare.
 constexpr int kDeepest = 16;
 
-// So few digits are within the range of an integer.
-constexpr std::ptrdiff_t kIntegerDigits = 9;
-
 // One walk over one value. Every step is false where the text is not as it is written.
-struct WrittenText {
-  const char* at;
-  const char* const end;
-
-  bool skip(char byte) {
-    if (*at != byte) return false;
-    ++at;
-    return true;
-  }
-
-  template <std::size_t size>
-  bool word(const char (&text)[size]) {
-    return std::all_of(text, text + size - 1, [this](char byte) { return skip(byte); });
-  }
+struct WrittenText : Cursor {
+  WrittenText(const char* from, const char* to) : Cursor{from, to} {}
 
   bool value(int levels) {
     switch (*at) {
@@ -43,11 +29,11 @@ struct WrittenText {
       case '[':
         return levels > 0 && array(levels - 1);
       case 't':
-        return word("true");
+        return skip("true");
       case 'f':
-        return word("false");
+        return skip("false");
       case 'n':
-        return word("null");
+        return skip("null");
       default:
         return number();
     }
@@ -69,20 +55,11 @@ struct WrittenText {
     std::string_view last;
     do {
       std::string_view key;
-      if (!plain(key) || (last.data() != nullptr && key <= last)) return false;
+      if (!plain_string(key) || (last.data() != nullptr && key <= last)) return false;
       if (!skip(':') || !value(levels)) return false;
       last = key;
     } while (skip(','));
     return skip('}');
-  }
-
-  // A string without escapes.
-  bool plain(std::string_view& text) {
-    if (!skip('"')) return false;
-    const char* const begin = at;
-    at = find_escaped(at, end);
-    text = std::string_view(begin, static_cast<std::size_t>(at - begin));
-    return skip('"');
   }
 
   bool string() {
@@ -125,7 +102,7 @@ struct WrittenText {
 }  // namespace
 
 const char* end_as_written(const char* begin, const char* end) {
-  WrittenText text{begin, end};
+  WrittenText text(begin, end);
   return text.value(kDeepest) ? text.at : nullptr;
 }
 

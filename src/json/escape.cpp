@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 
 namespace zedipc {
 
@@ -126,8 +127,10 @@ const char* find_escaped(const char* from, const char* end) {
   return std::find_if(from, end, needs_escape);
 }
 
-bool is_short_escape(char byte) {
-  return byte != '\0' && std::strchr("btnfr\"\\", byte) != nullptr;
+bool is_short_escape(char letter) {
+  const auto gives_letter = [letter](char byte) { return short_escape(byte) == letter; };
+  static constexpr char kEscaped[] = {'\b', '\t', '\n', '\f', '\r', '"', '\\'};
+  return std::any_of(std::begin(kEscaped), std::end(kEscaped), gives_letter);
 }
 
 void put_quoted(TextSink& out, const std::string& text) {

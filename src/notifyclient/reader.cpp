@@ -102,32 +102,32 @@ void invoke_all(const NotificationTable& table, const Incoming& in, JSObject& pa
   if (last != nullptr) invoke("notification", *last, in.call(), std::move(parameter));
 }
 
-// False if it is for nobody here.
-bool invoke_receivers(const NotificationTable& table, const Incoming& in, JSObject& parameter) {
+bool is_for_nobody(const NotificationTable& table, const Incoming& in) {
+  return in.to != kToAll && find_best(table, in) == nullptr;
+}
+
+void invoke_receivers(const NotificationTable& table, const Incoming& in, JSObject& parameter) {
   if (in.to == kToAll) {
     invoke_all(table, in, parameter);
-    return true;
+  } else {
+    invoke("notification", *find_best(table, in), in.call(), std::move(parameter));
   }
-  NotificationRecord* const best = find_best(table, in);
-  if (best == nullptr) return false;
-  invoke("notification", *best, in.call(), std::move(parameter));
-  return true;
 }
 
 // The short way of most messages: a notification for somebody here. False if the text has
 // to be handled as a message; then nothing has been done.
 bool handle_at_once(const std::string& text) {
-  if (dbg_log_enabled(kLogInfo)) return false;  // each message is told of before all else
   Envelope envelope;
   JSObject parameter;
-  const bool read = envelope.read(text, [&parameter](const char* at) {
-    const int size = parameter.parse(at);
-    return size < 0 ? nullptr : at + size;
-  });
-  if (!read) return false;
+  if (!envelope.read(text, parameter)) return false;
   const std::lock_guard<std::mutex> lock(client.table_lock);
   const auto& table = lazy_table(client.notification_table);
-  return !table.empty() && invoke_receivers(table, Incoming(envelope), parameter);
+  if (table.empty()) return false;
+  const Incoming in(envelope);
+  if (is_for_nobody(table, in)) return false;
+  log_received("notification", in, parameter);
+  invoke_receivers(table, in, parameter);
+  return true;
 }
 
 void handle_notification(JSObject& message) {
@@ -140,8 +140,10 @@ void handle_notification(JSObject& message) {
   const Incoming in(message);
   JSObject& parameter = message(kKeyParameter);
   log_received("notification", in, parameter);
-  if (!invoke_receivers(table, in, parameter)) {
+  if (is_for_nobody(table, in)) {
     send_back(message, kLogWarning, "matching client");
+  } else {
+    invoke_receivers(table, in, parameter);
   }
 }
 

@@ -152,10 +152,8 @@ bool deliver(const Notification& n, const std::string& text) {
 
 // Sends the message back, as an error, to the session that it first came from, if
 // that still lives. The reference comes from the network, and so is only looked up.
-void report_unicast_error(const Notification& n, JSObject& message) {
-  message(kKeyType) = kTypeUnicastError;
-  const std::string text = message.dump();
-  const auto sender = server.sessions.find(message(kKeyReference).getInt());
+void report_unicast_error(const Notification& n, const std::string& text, std::int32_t reference) {
+  const auto sender = server.sessions.find(reference);
   if (sender == server.sessions.end()) return;
   send(sender->second, text);
   ZEDIPC_SERVER_LOG(kLogNote,
@@ -172,7 +170,7 @@ bool unicast(const Notification& n, const std::string& text) {
   return false;
 }
 
-// What is written of a message that has been given its reference.
+// What is written of a message once it has its reference.
 std::string with_reference(const Envelope& envelope, const std::string& text,
                            std::int32_t reference) {
   if (envelope.has_reference) return text;
@@ -181,6 +179,13 @@ std::string with_reference(const Envelope& envelope, const std::string& text,
   const auto ahead = static_cast<std::size_t>(envelope.parameter_end + 1 - text.data());
   result.append(text, 0, ahead).append("\"").append(kKeyReference).append("\":");
   return result.append(std::to_string(reference)).append(",").append(text, ahead);
+}
+
+// What is written of it once it has become an error: "type" is its last member.
+std::string as_unicast_error(std::string text) {
+  constexpr std::size_t kType = sizeof kTypeNotify - 1;
+  constexpr std::size_t kBehind = 2;  // a quote and a brace
+  return text.replace(text.size() - kType - kBehind, kType, kTypeUnicastError);
 }
 
 }  // namespace
@@ -201,7 +206,9 @@ void route_notification(const Session& session, JSObject& message,
   }
   // A message that a client could not take and sent back has its reference already.
   if (!message.exists(kKeyReference)) message(kKeyReference) = session.identity;
-  if (!unicast(n, message.dump())) report_unicast_error(n, message);
+  if (unicast(n, message.dump())) return;
+  message(kKeyType) = kTypeUnicastError;
+  report_unicast_error(n, message.dump(), message(kKeyReference).getInt());
 }
 
 void route_notification(const Session& session, Envelope& envelope,
@@ -216,11 +223,9 @@ void route_notification(const Session& session, Envelope& envelope,
     broadcast(n, received_text);
     return;
   }
-  const std::string text = with_reference(envelope, received_text, session.identity);
-  if (unicast(n, text)) return;
-  JSObject message;
-  message.parse(text.c_str());
-  report_unicast_error(n, message);
+  const std::int32_t reference = envelope.has_reference ? envelope.reference : session.identity;
+  const std::string text = with_reference(envelope, received_text, reference);
+  if (!unicast(n, text)) report_unicast_error(n, as_unicast_error(text), reference);
 }
 
 }  // namespace zedipc

@@ -16,7 +16,8 @@ namespace zedipc {
 void route_notification(const Session& session, JSObject& message,
                         const std::string& received_text);
 
-// The same for a text that stands as it is written, and was read so.
+// The same for a text that stands as it is written. `envelope` was read from
+// `received_text`, and loses its strings.
 void route_notification(const Session& session, Envelope& envelope,
                         const std::string& received_text);
 

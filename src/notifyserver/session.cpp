@@ -7,7 +7,6 @@
 
 #include <zedipc/jsobject.h>
 
-#include "json/as_written.h"
 #include "notifyserver/routing.h"
 #include "notifyserver/server_state.h"
 #include "notifyserver/wildcard.h"
@@ -132,9 +131,8 @@ void handle_message(const Session& session, JSObject& message, const std::string
 }
 
 void handle_text(const Session& session, const std::string& received_text) {
-  const char* const end = received_text.data() + received_text.size();
   Envelope envelope;
-  if (envelope.read(received_text, [end](const char* at) { return end_as_written(at, end); })) {
+  if (envelope.read(received_text)) {
     const std::lock_guard<std::mutex> lock(server.server_lock);
     route_notification(session, envelope, received_text);
     return;

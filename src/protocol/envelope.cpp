@@ -3,37 +3,27 @@
 
 #include <charconv>
 #include <cstddef>
-#include <cstring>
+#include <string_view>
 
-#include "json/escape.h"
+#include "json/as_written.h"
+#include "json/cursor.h"
 #include "protocol/protocol.h"
 
 namespace zedipc {
 
 namespace {
 
-// So few digits are within the range of an integer. Session identities have as many.
-constexpr std::ptrdiff_t kNumberDigits = 9;
+// A place among the members of a message.
+struct MemberCursor : Cursor {
+  MemberCursor(const char* from, const char* to) : Cursor{from, to} {}
 
-// A place in a text, whose end has a terminator. Every step is false where something else
-// stands there.
-struct Cursor {
-  const char* at;
-  const char* const end;
-
-  bool skip(char byte) {
-    if (*at != byte) return false;
-    ++at;
-    return true;
-  }
-
-  // A text in quotes, and `next` behind it.
+  // Stays where it is if another member stands there.
   template <std::size_t size>
-  bool skip(const char (&text)[size], char next) {
-    if (*at != '"' || std::strncmp(at + 1, text, size - 1) != 0) return false;
-    if (at[size] != '"' || at[size + 1] != next) return false;
-    at += size + 2;
-    return true;
+  bool key(const char (&name)[size]) {
+    const char* const begin = at;
+    if (skip('"') && skip(name) && skip("\":")) return true;
+    at = begin;
+    return false;
   }
 
   // A number without a sign, as it is written.
@@ -41,40 +31,62 @@ struct Cursor {
     const char* const begin = at;
     at = std::from_chars(begin, end, value).ptr;
     const std::ptrdiff_t digits = at - begin;
-    return *begin != '-' && digits > 0 && digits <= kNumberDigits && (*begin != '0' || digits == 1);
+    return *begin != '-' && digits > 0 && digits <= kIntegerDigits &&
+           (*begin != '0' || digits == 1);
   }
 
-  // A string without escapes.
   bool string(std::string& value) {
-    if (!skip('"')) return false;
-    const char* const begin = at;
-    at = find_escaped(at, end);
-    value.assign(begin, at);
-    return skip('"');
+    std::string_view text;
+    if (!plain_string(text)) return false;
+    value = text;
+    return true;
+  }
+
+  // The last member of a notification, since no key comes behind "type".
+  bool last_member() {
+    return key(kKeyType) && skip('"') && skip(kTypeNotify) && skip("\"}") && at == end;
   }
 };
 
+// The size of that member: the texts, four quotes, a colon and a brace.
+constexpr std::size_t kLastMember = sizeof kKeyType - 1 + sizeof kTypeNotify - 1 + 6;
+
 }  // namespace
 
+bool Envelope::read(const std::string& text) {
+  if (!read_head(text)) return false;
+  parameter_end = end_as_written(parameter, text.data() + text.size());
+  return parameter_end != nullptr && read_tail(text);
+}
+
+bool Envelope::read(const std::string& text, JSObject& parameter_value) {
+  if (!read_head(text)) return false;
+  const int size = parameter_value.parse(parameter);
+  // A terminator may have been counted as the last letter of a word.
+  if (size <= 0 || parameter[size - 1] == '\0') return false;
+  parameter_end = parameter + size;
+  return read_tail(text);
+}
+
 bool Envelope::read_head(const std::string& text) {
-  Cursor cursor{text.data(), text.data() + text.size()};
-  const bool read = cursor.skip('{') && cursor.skip(kKeyFlags, ':') && cursor.number(flags) &&
-                    cursor.skip(',') && cursor.skip(kKeyFrom, ':') && cursor.string(from) &&
-                    cursor.skip(',') && cursor.skip(kKeyNotification, ':') &&
-                    cursor.string(notification) && cursor.skip(',') &&
-                    cursor.skip(kKeyParameter, ':');
+  if (text.size() < kLastMember) return false;
+  const char* const end = text.data() + text.size();
+  if (!MemberCursor(end - kLastMember, end).last_member()) return false;  // at once for others
+  MemberCursor cursor(text.data(), end);
+  const bool read = cursor.skip('{') && cursor.key(kKeyFlags) && cursor.number(flags) &&
+                    cursor.skip(',') && cursor.key(kKeyFrom) && cursor.string(from) &&
+                    cursor.skip(',') && cursor.key(kKeyNotification) &&
+                    cursor.string(notification) && cursor.skip(',') && cursor.key(kKeyParameter);
   parameter = cursor.at;
   return read;
 }
 
 bool Envelope::read_tail(const std::string& text) {
-  Cursor cursor{parameter_end, text.data() + text.size()};
-  if (cursor.at >= cursor.end || !cursor.skip(',')) return false;
-  has_reference = cursor.skip(kKeyReference, ':');
-  int reference = 0;
+  MemberCursor cursor(parameter_end, text.data() + text.size());
+  if (!cursor.skip(',')) return false;
+  has_reference = cursor.key(kKeyReference);
   if (has_reference && !(cursor.number(reference) && cursor.skip(','))) return false;
-  return cursor.skip(kKeyTo, ':') && cursor.string(to) && cursor.skip(',') &&
-         cursor.skip(kKeyType, ':') && cursor.skip(kTypeNotify, '}') && cursor.at == cursor.end;
+  return cursor.key(kKeyTo) && cursor.string(to) && cursor.skip(',') && cursor.last_member();
 }
 
 }  // namespace zedipc

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include <zedipc/jsobject.h>
+
 namespace zedipc {
 
 // What stands around the parameter of a notification. Nearly all are written by ipcNotify,
@@ -14,18 +16,17 @@ struct Envelope {
   std::string from;
   std::string notification;
   std::string to;
-  const char* parameter = nullptr;  // in the text that was read
+  const char* parameter = nullptr;  // where its text stands in what was read
   const char* parameter_end = nullptr;
   bool has_reference = false;
+  int reference = 0;
 
-  // False if the text is not written so. `end_of` gives the place behind the value that
-  // begins at its argument, or null.
-  template <typename Function>
-  bool read(const std::string& text, Function end_of) {
-    if (!read_head(text)) return false;
-    parameter_end = end_of(parameter);
-    return parameter_end != nullptr && read_tail(text);
-  }
+  // Reads a text that stands as it is written, the parameter too. False for any other.
+  bool read(const std::string& text);
+
+  // Reads a text whose members stand as they are written around any value for a parameter,
+  // which is read too. False for any other; the parameter is of no use then.
+  bool read(const std::string& text, JSObject& parameter_value);
 
  private:
   bool read_head(const std::string& text);

@@ -76,6 +76,9 @@ TEST(Delivery, OfParametersThatAreHardlyAny) {
   EXPECT_EQ(calls.calls(2), (Lines{"f>a:n false 5", "f>a:n null 5"}));
   const std::string cut_off = message("a", "fals");
   script.send(cut_off.substr(0, cut_off.find("fals") + 4));
+  std::string with_terminator = message("a", "fals_");
+  with_terminator[with_terminator.find('_')] = '\0';
+  script.send(with_terminator);
   expect_reader_ready(script.server());
   EXPECT_EQ(calls.calls().size(), 2U);
 }

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+// A walk over JSON text that stands in one certain form.
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+#include "json/escape.h"
+
+namespace zedipc {
+
+// A place in a text, and the text's end, where a terminator stands. Every step is false
+// where something else than it names stands there; the place is of no use then.
+struct Cursor {
+  // So few digits are within the range of an integer.
+  static constexpr std::ptrdiff_t kIntegerDigits = 9;
+
+  const char* at;
+  const char* const end;
+
+  bool skip(char byte) {
+    if (*at != byte) return false;
+    ++at;
+    return true;
+  }
+
+  // Stays where it is if this does not stand there.
+  template <std::size_t size>
+  bool skip(const char (&text)[size]) {
+    if (std::strncmp(at, text, size - 1) != 0) return false;
+    at += size - 1;
+    return true;
+  }
+
+  // A string without escapes.
+  bool plain_string(std::string_view& text) {
+    if (!skip('"')) return false;
+    const char* const begin = at;
+    at = find_escaped(at, end);
+    text = std::string_view(begin, static_cast<std::size_t>(at - begin));
+    return skip('"');
+  }
+};
+
+}  // namespace zedipc
