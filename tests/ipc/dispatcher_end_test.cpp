@@ -4,6 +4,8 @@
 #include <zedipc/pipe.h>
 #include <zedipc/tcp.h>
 
+#include <memory>
+#include <mutex>
 #include <string>
 
 #include "ipc/callbacks.h"
@@ -216,6 +218,31 @@ TEST(ClosedChannel, IsNotTouchedByPasses) {
   EXPECT_EQ(flagged.state(), kFinalArmed);
   EXPECT_EQ(flagged.callback.calls(), 0);
   EXPECT_FALSE(flagged.channel().error());
+}
+
+// The close comes between the dispatcher's look at the socket and its look at the input.
+TEST(ClosedChannel, IsNotCalledByAPassThatSawItsInput) {
+  Callback callback;
+  Adopted adopted;
+  ASSERT_TRUE(callback.set_on(adopted.channel));
+  settle();
+  std::unique_lock<std::mutex> reading(inner_state(adopted.channel).read_mutex);
+  std::unique_ptr<Task> closing;
+  {
+    const DispatcherPause pause;
+    closing = std::make_unique<Task>([&] {
+      adopted.channel.close();
+      return 0;
+    });
+    ASSERT_TRUE(closing->blocked());  // first in the row for the lock
+  }
+  EXPECT_TRUE(dispatcher_held_up());
+  reading.unlock();
+  EXPECT_EQ(closing->result(), 0);
+  settle();
+  EXPECT_EQ(callback.calls(), 0);
+  EXPECT_FALSE(adopted.channel.error());
+  EXPECT_FALSE(adopted.channel.eof());
 }
 
 TEST(ClosedChannel, CanBeClosedInItsCallback) {

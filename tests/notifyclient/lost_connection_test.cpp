@@ -163,6 +163,23 @@ TEST(LostConnection, TakesNoWriteWithIt) {
   EXPECT_EQ(client.server_ipc.load(), nullptr);
 }
 
+// A registration that was sent on a connection which then was lost: when it comes to the
+// table, there is another connection already, which has not been told of it.
+TEST(LostConnection, HasAnObserverToldToTheOneThatStandsInstead) {
+  Script script;
+  EXPECT_EQ(say("first"), 0);
+  script.next("notify");
+  std::unique_lock<std::mutex> held(client.change_lock);
+  Task entering([] { return ipcRegisterObserver(ignore_observation, nullptr); });
+  EXPECT_EQ(script.next("register_observer"), kObserverOn);
+  ASSERT_TRUE(entering.blocked());
+  client.connection_epoch = ++client.epoch;
+  held.unlock();
+  EXPECT_EQ(entering.result(), 0);
+  EXPECT_EQ(script.next("register_observer"), kObserverOn);
+  expect_nothing_sent(script.server());
+}
+
 TEST(SendResult, IsSuccessWithoutAReason) {
   Script script;
   script.receive_as("t", 1);
