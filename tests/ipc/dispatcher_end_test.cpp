@@ -226,19 +226,17 @@ TEST(ClosedChannel, IsNotCalledByAPassThatSawItsInput) {
   Adopted adopted;
   ASSERT_TRUE(callback.set_on(adopted.channel));
   settle();
+  auto pause = std::make_unique<DispatcherPause>();
   std::unique_lock<std::mutex> reading(inner_state(adopted.channel).read_mutex);
-  std::unique_ptr<Task> closing;
-  {
-    const DispatcherPause pause;
-    closing = std::make_unique<Task>([&] {
-      adopted.channel.close();
-      return 0;
-    });
-    ASSERT_TRUE(closing->blocked());  // first in the row for the lock
-  }
+  Task closing([&] {
+    adopted.channel.close();
+    return 0;
+  });
+  EXPECT_TRUE(closing.blocked());  // first in the row for the lock
+  pause.reset();
   EXPECT_TRUE(dispatcher_held_up());
   reading.unlock();
-  EXPECT_EQ(closing->result(), 0);
+  EXPECT_EQ(closing.result(), 0);
   settle();
   EXPECT_EQ(callback.calls(), 0);
   EXPECT_FALSE(adopted.channel.error());
