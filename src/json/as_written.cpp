@@ -18,7 +18,7 @@ constexpr int kDeepest = 16;
 
 // One walk over one value. Every step is false where the text is not as it is written.
 struct WrittenText : Cursor {
-  WrittenText(const char* from, const char* to) : Cursor{from, to} {}
+  using Cursor::Cursor;
 
   bool value(int levels) {
     switch (*at) {

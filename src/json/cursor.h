@@ -19,6 +19,8 @@ struct Cursor {
   const char* at;
   const char* const end;
 
+  Cursor(const char* from, const char* to) : at(from), end(to) {}
+
   bool skip(char byte) {
     if (*at != byte) return false;
     ++at;

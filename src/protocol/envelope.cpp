@@ -15,7 +15,7 @@ namespace {
 
 // A place among the members of a message.
 struct MemberCursor : Cursor {
-  MemberCursor(const char* from, const char* to) : Cursor{from, to} {}
+  using Cursor::Cursor;
 
   // Stays where it is if another member stands there.
   template <std::size_t size>
