@@ -18,6 +18,7 @@
 
 #include "ipc/channels.h"
 #include "ipc/inner_state.h"
+#include "support/background.h"
 #include "support/child.h"
 #include "support/task.h"
 
@@ -98,12 +99,14 @@ inline void settle() {
   Dispatcher::notify_cb_thread(true);
 }
 
-// Waits until the dispatcher's sleep has ended, and it is held up by a lock of the test's.
+// Waits until the dispatcher's sleep has ended, and it waits for a lock of the test's.
 inline bool dispatcher_held_up() {
   return eventually([] {
-    const bool free = pthread_mutex_trylock(&Dispatcher::cb_mutex) == 0;
-    if (free) pthread_mutex_unlock(&Dispatcher::cb_mutex);
-    return !free;
+    if (pthread_mutex_trylock(&Dispatcher::cb_mutex) == 0) {
+      pthread_mutex_unlock(&Dispatcher::cb_mutex);
+      return false;
+    }
+    return thread_blocks_in(Dispatcher::cb_mutex.__data.__owner, kInMutex);
   });
 }
 

@@ -48,6 +48,10 @@ long system_call_of(pid_t tid) {
 
 }  // namespace
 
+bool thread_blocks_in(pid_t tid, long system_call) {
+  return system_call_of(tid) == kernel_number(system_call);
+}
+
 Background::Background(const std::function<void()>& call)
     : thread_([this, call] {
         tid_ = static_cast<pid_t>(syscall(SYS_gettid));
@@ -62,8 +66,7 @@ void Background::join() {
 }
 
 bool Background::blocks_in(long system_call) const {
-  const long number = kernel_number(system_call);
-  return eventually([&] { return tid_ != 0 && system_call_of(tid_) == number; });
+  return eventually([&] { return tid_ != 0 && thread_blocks_in(tid_, system_call); });
 }
 
 bool Background::ends(int msec) const {

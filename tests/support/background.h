@@ -22,6 +22,9 @@ inline constexpr long kInPoll = SYS_ppoll;
 inline constexpr long kInSend = SYS_sendto;
 inline constexpr long kInMutex = SYS_futex;
 
+// Whether a thread of this process is blocked in this system call.
+[[nodiscard]] bool thread_blocks_in(pid_t tid, long system_call);
+
 class Background {
  public:
   explicit Background(const std::function<void()>& call);
