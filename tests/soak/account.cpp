@@ -13,7 +13,8 @@ unsigned long Totals::count(Verdict::Outcome outcome) const {
 
 unsigned long Totals::unicasts() const {
   return count(Verdict::kDelivered) + count(Verdict::kReturned) + count(Verdict::kReported) +
-         count(Verdict::kGivenUp) + count(Verdict::kRefused) + lost();
+         count(Verdict::kGivenUp) + count(Verdict::kRefused) + count(Verdict::kSentToDying) +
+         lost();
 }
 
 unsigned long Totals::lost() const {

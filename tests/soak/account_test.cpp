@@ -37,14 +37,21 @@ class History {
     trips_[life] = 0;
   }
   void kill(Life life) {
-    const Time begin = tick();
-    tell({Event::kKilled, tick(), life, 0, {}, 0, begin});
-    trips_.erase(life);
+    begin_kill();
+    end_kill(life);
   }
   void restart_server() {
-    const Time begin = tick();
-    tell({Event::kServerKilled, tick(), 0, 0, {}, 0, begin});
+    begin_kill();
+    end_restart();
   }
+
+  // Of a client or of the server.
+  void begin_kill() { killed_ = tick(); }
+  void end_kill(Life life) {
+    tell({Event::kKilled, tick(), life, 0, {}, 0, killed_});
+    trips_.erase(life);
+  }
+  void end_restart() { tell({Event::kServerKilled, tick(), 0, 0, {}, 0, killed_}); }
 
   void register_record(Life life, const Record& record, int priority = 0) {
     tell({Event::kRegistering, tick(), life, 0, record, priority, 0});
@@ -110,6 +117,7 @@ class History {
   Time tick() { return time_ += kMillisecond; }
 
   Time time_ = kSecond;
+  Time killed_ = 0;
   Account account_;
   std::map<Life, std::uint32_t> trips_;
   Life observer_ = 0;
@@ -354,6 +362,22 @@ TEST_F(SoakWindow, IsOpenWhileTheServerIsKilled) {
   history.restart_server();
   EXPECT_EQ(history.problems(), Problems{});
   EXPECT_EQ(history.count(Verdict::kLostServer), 1U);
+}
+
+TEST_F(SoakWindow, IsOpenWhileTheReceiverDies) {
+  history.begin_kill();
+  history.send(kFirst, "c2");
+  history.end_kill(kReceiver);
+  EXPECT_EQ(history.problems(), Problems{});
+  EXPECT_EQ(history.count(Verdict::kSentToDying), 1U);
+}
+
+TEST_F(SoakWindow, IsOpenWhileTheServerDies) {
+  history.begin_kill();
+  history.send(kFirst, "c2");
+  history.end_restart();
+  EXPECT_EQ(history.problems(), Problems{});
+  EXPECT_EQ(history.count(Verdict::kSentToDying), 1U);
 }
 
 TEST_F(SoakWindow, IsClosedWhenTheSenderIsBack) {

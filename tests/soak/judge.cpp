@@ -67,8 +67,11 @@ class Judge {
 
   // ---- Windows
 
+  // Of a message that is finished, everything has been told by then.
+  [[nodiscard]] Time told() const { return finish_ + history_.slowness; }
+
   [[nodiscard]] bool killed_before_finish(const ClientLife& life) const {
-    return life.kill_begin != kNever && life.kill_begin <= finish_ + history_.slowness;
+    return life.kill_begin <= told();
   }
 
   [[nodiscard]] bool sender_killed() const { return killed_before_finish(sender_); }
@@ -82,15 +85,23 @@ class Judge {
         });
   }
 
-  // Whether a client was killed that the message may have been handed to. Observers
-  // that stood have seen such a handing over.
-  [[nodiscard]] bool receiver_killed() const {
+  // Whether a client was killed by then that the message may have been handed to.
+  // Observers that stood have seen such a handing over.
+  [[nodiscard]] bool receiver_killed(Time until) const {
     const Stretch* const watcher = find([&](const Stretch& s) { return watched(s); });
     return find([&](const Stretch& stretch) {
              return eligible(stretch) && stretch.possible(message_.sending, finish_) &&
-                    killed_before_finish(history_.lives.at(stretch.life)) &&
+                    history_.lives.at(stretch.life).kill_begin <= until &&
                     (watcher == nullptr || handed_to(*watcher, stretch.record.to));
            }) != nullptr;
+  }
+
+  [[nodiscard]] bool sent_to_dying() const {
+    const auto& kills = history_.server_kills;
+    return receiver_killed(message_.sending) ||
+           std::any_of(kills.begin(), kills.end(), [&](const ServerKill& kill) {
+             return kill.begin <= message_.sending && message_.sending < kill.end;
+           });
   }
 
   [[nodiscard]] bool handed_to(const Stretch& watcher, const std::string& name) const {
@@ -174,11 +185,13 @@ class Judge {
   }
 
   void excuse_loss() {
-    if (server_killed(finish_)) {
+    if (sent_to_dying()) {
+      verdict_.outcome = Verdict::kSentToDying;
+    } else if (server_killed(finish_)) {
       verdict_.outcome = Verdict::kLostServer;
     } else if (sender_killed()) {
       verdict_.outcome = Verdict::kLostSender;
-    } else if (receiver_killed()) {
+    } else if (receiver_killed(told())) {
       verdict_.outcome = Verdict::kLostReceiver;
     } else {
       complain("was lost");

@@ -14,7 +14,9 @@
 // - when the sender was killed before the message was finished ("with the sender");
 // - for a unicast, when it was handed to a registration of a client that was killed
 //   before the message was finished ("with the receiver").
-// A message is finished after some whole rounds, see rounds.h. Even in these windows
+// A message is finished after some whole rounds, see rounds.h. A busy system can take
+// seconds to end a process that was killed, and until then what is sent to it is written
+// without an error: such a message is told apart, as sent to the dying. Even in these windows
 // nothing may come twice, come to the wrong one, or be received and reported too.
 #pragma once
 
@@ -38,6 +40,7 @@ struct Verdict {
     kLostServer,
     kLostSender,
     kLostReceiver,
+    kSentToDying,
     kBroadcast,
     kWrong
   };

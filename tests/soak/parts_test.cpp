@@ -112,6 +112,12 @@ TEST(SoakTotals, AreTooLittleWhenMuchIsLost) {
             std::vector<std::string>{"more than a twentieth of the unicasts were lost"});
 }
 
+TEST(SoakTotals, AreEnoughWhenTheSystemTakesLongToEndWhatIsKilled) {
+  Totals totals = good_totals();
+  totals.outcomes[Verdict::kSentToDying] = 2000;
+  EXPECT_EQ(shortcomings(totals).size(), 0U);
+}
+
 TEST(SoakTotals, AreTooLittleWhenBroadcastsOweNothing) {
   Totals totals = good_totals();
   totals.free = totals.demanded;
