@@ -53,13 +53,13 @@ class History {
   }
   void end_restart() { tell({Event::kServerKilled, tick(), 0, 0, {}, 0, killed_}); }
 
-  void register_record(Life life, const Record& record, int priority = 0) {
+  void register_record(Life life, const Record& record, int priority = 0, int result = 0) {
     tell({Event::kRegistering, tick(), life, 0, record, priority, 0});
-    tell({Event::kRegistered, tick(), life, 0, record, 0, 0});
+    tell({Event::kRegistered, tick(), life, 0, record, result, 0});
   }
-  void unregister_record(Life life, const Record& record) {
+  void unregister_record(Life life, const Record& record, int result = 0) {
     tell({Event::kUnregistering, tick(), life, 0, record, 0, 0});
-    tell({Event::kUnregistered, tick(), life, 0, record, 0, 0});
+    tell({Event::kUnregistered, tick(), life, 0, record, result, 0});
   }
 
   // From now on sees what the rounds make.
@@ -196,6 +196,34 @@ TEST_F(SoakUnicast, IsFoundWhenItIsReportedThoughItsReceiverStands) {
   history.send(kFirst, "c2");
   history.report(kFirst);
   EXPECT_EQ(history.problems(), Problems{wrong("was reported though c2#2 stood")});
+}
+
+TEST_F(SoakUnicast, IsFoundWhenItIsReportedThoughItsReceiverWasNotReplaced) {
+  history.register_record(kReceiver, kOwn, 6, -1);
+  history.rounds();
+  history.send(kFirst, "c2");
+  history.report(kFirst);
+  EXPECT_EQ(history.problems(), Problems{wrong("was reported though c2#2 stood")});
+}
+
+TEST_F(SoakUnicast, MayBeReportedAfterItsReceiverCouldNotBeChangedTwice) {
+  history.unregister_record(kReceiver, kOwn, -1);
+  history.register_record(kReceiver, kOwn, 6, -1);
+  history.rounds();
+  history.send(kFirst, "c2");
+  history.report(kFirst);
+  EXPECT_EQ(history.problems(), Problems{});
+}
+
+// The controller is the last to learn that the next server listens.
+TEST_F(SoakUnicast, MayBeReportedByAServerThatItsReceiverHasYetToFind) {
+  history.begin_kill();
+  history.send(kFirst, "c2");
+  history.report(kFirst);
+  history.register_record(kReceiver, kOwn, 6);
+  history.end_restart();
+  EXPECT_EQ(history.problems(), Problems{});
+  EXPECT_EQ(history.count(Verdict::kReported), 1U);
 }
 
 TEST_F(SoakUnicast, IsFoundWhenItComesToAnotherName) {

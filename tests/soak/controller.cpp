@@ -43,10 +43,9 @@ bool Controller::start() {
 // The server's last life takes the second half, and is measured at both ends.
 Outcome Controller::run() {
   const Time length = options_.seconds * kSecond;
-  const bool done = disturb(origin_ + length * 2 / 5, true) &&
-                    disturb(origin_ + length * 9 / 20, false) && measure(outcome_.first) &&
-                    disturb(origin_ + length - window_, false) && measure(outcome_.last) &&
-                    finish();
+  const bool done = disturb(length * 2 / 5, true) && disturb(length * 9 / 20, false) &&
+                    measure(outcome_.first) && disturb(length - window_, false) &&
+                    measure(outcome_.last) && finish();
   auto& problems = outcome_.problems;
   const auto append = [&](const std::vector<std::string>& more) {
     problems.insert(problems.end(), more.begin(), more.end());
@@ -136,12 +135,14 @@ void Controller::disturb_client() {
   }
 }
 
-bool Controller::disturb(Time until, bool with_restarts) {
+// Until this much of the run is over.
+bool Controller::disturb(Time part, bool with_restarts) {
   Time next_client = now() + between(0, 2 * kSecond);
   Time next_server = now() + between(3 * kSecond, 6 * kSecond);
-  while (now() < until) {
+  while (now() < origin_ + part + held_up_) {
     if (!turn()) return false;
-    if (now() > next_client) {
+    const Time begin = now();
+    if (begin > next_client) {
       disturb_client();
       next_client = now() + between(kSecond / 4, 2 * kSecond);
     }
@@ -149,6 +150,7 @@ bool Controller::disturb(Time until, bool with_restarts) {
       if (!restart_server()) return false;
       next_server = now() + between(8 * kSecond, 25 * kSecond);
     }
+    held_up_ += now() - begin;
   }
   return true;
 }

@@ -48,7 +48,7 @@ class Controller {
   void progress();
   void restore_clients(bool all);
   void disturb_client();
-  bool disturb(Time until, bool with_restarts);
+  bool disturb(Time part, bool with_restarts);
   bool restart_server();
   bool measure(Usage& usage);
   bool finish();
@@ -65,6 +65,7 @@ class Controller {
   Time fed_;         // up to here all events have been told to the account
   Time judged_ = 0;  // the last look at it
   Time told_;
+  Time held_up_ = 0;  // by processes that took their time to die or to start
   bool failed_ = false;
   Outcome outcome_;
 };

@@ -34,7 +34,8 @@ void Registrations::end_register(const Event& event) {
   } else {
     made->touched = event.time;
     made->dropped = event.time;
-    if (old == current_.end()) return;
+    // After another failure nobody knows still.
+    if (old == current_.end() || old->second->touched < made->asked) return;
     // Nothing has changed: the old one goes on, and has to prove itself anew.
     all_.push_back({event.life, event.record, old->second->priority, made->asked, event.time});
     made = &all_.back();
@@ -80,16 +81,20 @@ void Registrations::killed(Life life, Time begin, Time end) {
   of_life(asked_);
 }
 
-// All that stands has to prove itself on the new server.
+// All that stands has to prove itself on the new server. A call that ended before `end`
+// may have met either of the two.
 void Registrations::server_killed(Time begin, Time end) {
+  std::list<Stretch> anew;
   for (auto& [key, stretch] : current_) {
-    const bool certain = stretch->touched == kNever;
-    lower(stretch->touched, begin);
-    if (!certain) continue;
+    if (stretch->touched != kNever) continue;
     stretch->dropped = end;
-    all_.push_back({key.first, key.second, stretch->priority, begin, end});
-    stretch = &all_.back();
+    anew.push_back({key.first, key.second, stretch->priority, begin, end});
+    stretch = &anew.back();
   }
+  for (Stretch& stretch : all_) {
+    if (stretch.answered != kNever) lower(stretch.touched, begin);
+  }
+  all_.splice(all_.end(), anew);
 }
 
 void Registrations::forget(Time before) {
