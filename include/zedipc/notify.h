@@ -31,8 +31,8 @@
 /// waits for that thread. `ipcNotify` with a sender named is safe as long as it
 /// succeeds.
 ///
-/// Errors: results are 0 for success, or a negative number as told at each
-/// function. No function throws of its own accord.
+/// Errors: results are `kNotifyDone`, which is 0, or a negative `NotifyResult` as
+/// told at each function. No function throws of its own accord.
 #ifndef ZEDIPC_NOTIFY_H
 #define ZEDIPC_NOTIFY_H
 
@@ -42,6 +42,17 @@
 #include <zedipc/jsobject.h>
 
 namespace zedipc {
+
+/// What the functions here return. The values are binary interface.
+enum NotifyResult : int {
+  kNotifyDone = 0,
+  kNotifyNotConnected = -1,    ///< no connection to the server, or a write to it failed
+  kNotifyNoName = -2,          ///< no name was given, and `ipcSetAppID` has set none
+  kNotifyRemoteObserver = -3,  ///< only a client of the server's machine may observe
+  kServerNotStarted = -3,      ///< a server runs in this process, or its port is taken
+  kServerNoRuleFile = -4,      ///< the rule file cannot be opened
+  kServerBadRuleFile = -5      ///< the rule file's text is not valid
+};
 
 /// Called with a notification that was delivered to this process. It must not
 /// throw.
@@ -73,8 +84,8 @@ using ObserverCallback = void (*)(void* data, const std::string& from, const std
 
 /// Runs the notification server on the calling thread, without a rule file: it
 /// serves this machine alone, on 127.0.0.1.
-/// @return only if it could not start: -3 if a server runs in this process
-///   already or port 5899 cannot be opened
+/// @return only if it could not start: `kServerNotStarted` if a server runs in
+///   this process already or port 5899 cannot be opened
 ZEDIPC_EXPORT int ipcNotificationServer();
 
 /// Runs the notification server on the calling thread, with the rules of a
@@ -84,9 +95,9 @@ ZEDIPC_EXPORT int ipcNotificationServer();
 /// The call never returns once the server runs, and a process can run one
 /// server at most. Each connection has a thread of its own.
 /// @param config_file the rule file; null for no rules
-/// @return only if it could not start: -3 as above, -4 if the file cannot be
-///   opened, -5 if its text is not valid. After -5 the rules ahead of the bad
-///   line stay in force until another file is read.
+/// @return only if it could not start: `kServerNotStarted` as above,
+///   `kServerNoRuleFile` or `kServerBadRuleFile`. After the last one the rules ahead
+///   of the bad line stay in force until another file is read.
 ZEDIPC_EXPORT int ipcNotificationServer(const char* config_file);
 
 /// @}
@@ -109,9 +120,9 @@ ZEDIPC_EXPORT std::string ipcGetAppID();
 ///   only its receiver finds too long also costs the receiver its connection.
 /// @param flags passed through; no bit has a meaning to the service
 /// @param from the sender's name; "" for the one set by `ipcSetAppID`
-/// @return 0 if it was written to the server, which says nothing of its
-///   delivery; -1 if there is no connection or the write failed; -2 if there is
-///   no name to send under. A notification to one receiver that fails here also
+/// @return `kNotifyDone` if it was written to the server, which says nothing of
+///   its delivery; `kNotifyNotConnected`; or `kNotifyNoName` if there is no name to
+///   send under. A notification to one receiver that fails here also
 ///   starts this process's unicast error callbacks, as one does that the server
 ///   finds nobody for.
 ZEDIPC_EXPORT int ipcNotify(const std::string& to, const std::string& notification,
@@ -127,8 +138,8 @@ ZEDIPC_EXPORT int ipcNotify(const std::string& to, const std::string& notificati
 /// @param priority the highest one gets what is sent to one receiver; the last
 ///   one registered wins a tie. It has no effect on broadcasts.
 /// @param to the name to receive under; "" for the one set by `ipcSetAppID`
-/// @return 0; -1 if there is no connection or the server could not be told, and
-///   nothing is changed then; -2 if there is no name to receive under
+/// @return `kNotifyDone`; `kNotifyNotConnected`, and nothing is changed then;
+///   `kNotifyNoName` if there is no name to receive under
 ZEDIPC_EXPORT int ipcRegisterNotificationCB(const std::string& notification,
                                             NotificationCallback cb, void* data = nullptr,
                                             int priority = 0, const std::string& to = "");
@@ -140,9 +151,9 @@ ZEDIPC_EXPORT int ipcRegisterNotificationCB(const std::string& notification,
 /// @param data the data; null for any
 /// @param to the name that it was registered under; "" for the one set by
 ///   `ipcSetAppID`
-/// @return 0; -1 if there is no connection (nothing is removed then) or if the
-///   server could not be told (the callbacks are removed all the same); -2 if
-///   there is no name to look for
+/// @return `kNotifyDone`; `kNotifyNotConnected` if there is no connection (nothing is
+///   removed then) or if the server could not be told (the callbacks are removed
+///   all the same); `kNotifyNoName` if there is no name to look for
 ZEDIPC_EXPORT int ipcUnregisterNotificationCB(const std::string& notification,
                                               NotificationCallback cb = nullptr,
                                               void* data = nullptr, const std::string& to = "");
@@ -151,30 +162,31 @@ ZEDIPC_EXPORT int ipcUnregisterNotificationCB(const std::string& notification,
 /// of this machine may: one whose NOTIFY_SERVER is "127.0.0.1" or "localhost".
 /// @param cb the callback; null is a deprecated way to unregister all observers
 /// @param data passed to the callback
-/// @return 0, also if it was registered already; -1 if there is no connection or
-///   the server could not be told, and -3 if this client is a remote one: nothing
-///   is registered then
+/// @return `kNotifyDone`, also if it was registered already; `kNotifyNotConnected`,
+///   or `kNotifyRemoteObserver` if this client is a remote one: nothing is registered
+///   then
 ZEDIPC_EXPORT int ipcRegisterObserver(ObserverCallback cb, void* data = nullptr);
 
 /// Removes observers, and waits as `ipcUnregisterNotificationCB` does. Makes no
 /// connection.
 /// @param cb the callback; null for all of them, whatever their data
 /// @param data the data; null for any
-/// @return 0; -1 if no observer is left and the server could not be told
+/// @return `kNotifyDone`; `kNotifyNotConnected` if no observer is left and the server
+///   could not be told
 ZEDIPC_EXPORT int ipcUnregisterObserver(ObserverCallback cb, void* data = nullptr);
 
 /// Registers a callback for notifications of this process that nobody took. It
 /// needs no server.
 /// @param cb the callback; null is a deprecated way to unregister all of them
 /// @param data passed to the callback
-/// @return 0, also if it was registered already
+/// @return `kNotifyDone`, also if it was registered already
 ZEDIPC_EXPORT int ipcRegisterUnicastError(UnicastErrorCallback cb, void* data = nullptr);
 
 /// Removes unicast error callbacks, and waits as `ipcUnregisterNotificationCB`
 /// does. It needs no server.
 /// @param cb the callback; null for all of them, whatever their data
 /// @param data the data; null for any
-/// @return 0
+/// @return `kNotifyDone`
 ZEDIPC_EXPORT int ipcUnregisterUnicastError(UnicastErrorCallback cb, void* data = nullptr);
 
 /// @}
