@@ -72,9 +72,9 @@ void library(benchmark::State& state, int size, const std::string& to) {
   const Table table(size);
   DiscardingChannel sender;
   const zedipc::Session session{&sender, 1, false};
-  JSObject message = make_message(to, notification(size - 1));
-  const std::string text = message.dump();
-  const auto step = [&] { zedipc::route_notification(session, message, text); };
+  const std::string text = make_message(to, notification(size - 1)).dump();
+  zedipc::Message message(text, zedipc::Message::Parameter::kLeave);
+  const auto step = [&] { zedipc::route_notification(session, message); };
   step();
   require(table.last().writes() == kWrites && sender.writes() == 0, "one receiver");
   measure(state, step);

@@ -5,12 +5,10 @@
 #include <cstring>
 #include <string>
 
-#include <zedipc/jsobject.h>
-
 #include "notifyserver/routing.h"
 #include "notifyserver/server_state.h"
 #include "notifyserver/wildcard.h"
-#include "protocol/envelope.h"
+#include "protocol/message.h"
 #include "protocol/protocol.h"
 
 namespace zedipc {
@@ -34,10 +32,10 @@ bool may_leave(const std::string& notification) {
                      });
 }
 
-void add_registration(const Session& session, JSObject& message) {
-  const std::string to = message(kKeyTo).getString();
-  const std::string notification = message(kKeyNotification).getString();
-  const int priority = message(kKeyPriority).getInt();
+void add_registration(const Session& session, Message& message) {
+  const std::string to = message.to();
+  const std::string notification = message.notification();
+  const std::int32_t priority = message.priority();
   ZEDIPC_SERVER_LOG(kLogInfo,
                     "handle_client(): received registration from %s client (ipc=%p, "
                     "notification='%s', to='%s', prio=%d)\n",
@@ -77,9 +75,9 @@ bool remove_registrations(const Session& session, Predicate doomed) {
   return removed != 0;
 }
 
-void remove_registration(const Session& session, JSObject& message) {
-  const std::string to = message(kKeyTo).getString();
-  const std::string notification = message(kKeyNotification).getString();
+void remove_registration(const Session& session, Message& message) {
+  const std::string to = message.to();
+  const std::string notification = message.notification();
   ZEDIPC_SERVER_LOG(kLogInfo,
                     "handle_client(): received unregistration from %s client (ipc=%p, "
                     "notification='%s', to='%s')\n",
@@ -113,34 +111,29 @@ void remove_observer(const Session& session) {
 
 // Whatever is no known message, or is not for remote sessions, is ignored without
 // a word.
-void handle_message(const Session& session, JSObject& message, const std::string& received_text) {
-  const std::string type = message(kKeyType).getString();
-  if (type == kTypeNotify) {
-    route_notification(session, message, received_text);
-  } else if (type == kTypeRegister) {
-    add_registration(session, message);
-  } else if (type == kTypeUnregister) {
-    remove_registration(session, message);
-  } else if (session.remote) {
-    return;
-  } else if (type == kTypeRegisterObserver) {
-    add_observer(session);
-  } else if (type == kTypeUnregisterObserver) {
-    remove_observer(session);
+void handle_message(const Session& session, Message& message) {
+  switch (message.type()) {
+    case MessageType::kNotify:
+      return route_notification(session, message);
+    case MessageType::kRegister:
+      return add_registration(session, message);
+    case MessageType::kUnregister:
+      return remove_registration(session, message);
+    case MessageType::kRegisterObserver:
+      if (!session.remote) add_observer(session);
+      return;
+    case MessageType::kUnregisterObserver:
+      if (!session.remote) remove_observer(session);
+      return;
+    default:
+      return;
   }
 }
 
 void handle_text(const Session& session, const std::string& received_text) {
-  Envelope envelope;
-  if (envelope.read(received_text)) {
-    const std::lock_guard<std::mutex> lock(server.server_lock);
-    route_notification(session, envelope, received_text);
-    return;
-  }
-  JSObject message;
-  message.parse(received_text.c_str());
+  Message message(received_text, Message::Parameter::kLeave);
   const std::lock_guard<std::mutex> lock(server.server_lock);
-  handle_message(session, message, received_text);
+  handle_message(session, message);
 }
 
 // False at the end of the stream and at a read error. A frame that was refused or
