@@ -5,12 +5,12 @@
 
 #include <memory>
 
-#include <zedipc/jsobject.h>
 #include <zedipc/tcp.h>
 
 #include "log/env.h"
 #include "notifyclient/client_state.h"
 #include "notifyclient/tables.h"
+#include "protocol/message.h"
 #include "protocol/protocol.h"
 
 namespace zedipc {
@@ -45,8 +45,7 @@ bool tell(IPC* channel, const Restoration::News& news) {
   for (const auto& record : news.registered) {
     if (!tell_registration(channel, record)) return false;
   }
-  return news.observer_message == nullptr ||
-         send_or_log("init", channel, plain_message(news.observer_message)).sent;
+  return news.observer_message.empty() || send_or_log("init", channel, news.observer_message).sent;
 }
 
 // Tells the server of all registrations, and only then lets other threads use the
@@ -98,12 +97,12 @@ bool init(Attempt& attempt) {
 
 // Sends one message about a group; without a connection the failure has words of its
 // own.
-SendResult tell_group(const char* function, IPC* connection, const JSObject& message) {
+SendResult tell_group(const char* function, IPC* connection, const std::string& message) {
   if (connection == kCurrentConnection && !has_connection()) {
     ZEDIPC_CLIENT_LOG(kLogError, "%s(): failed (NO IPC)\n", function);
     return kNoIpc;
   }
-  return send_or_log(function, connection, message.dump());
+  return send_or_log(function, connection, message);
 }
 
 }  // namespace
@@ -147,27 +146,12 @@ SendResult send_or_log(const char* function, IPC* connection, const std::string&
 
 SendResult register_client(IPC* connection, const std::string& to, const std::string& notification,
                            int priority) {
-  JSObject message;
-  message(kKeyType) = kTypeRegister;
-  message(kKeyTo) = to;
-  message(kKeyNotification) = notification;
-  message(kKeyPriority) = priority;
-  return tell_group("register_client", connection, message);
+  return tell_group("register_client", connection, register_text(to, notification, priority));
 }
 
 SendResult unregister_client(IPC* connection, const std::string& to,
                              const std::string& notification) {
-  JSObject message;
-  message(kKeyType) = kTypeUnregister;
-  message(kKeyTo) = to;
-  message(kKeyNotification) = notification;
-  return tell_group("unregister_client", connection, message);
-}
-
-std::string plain_message(const char* type) {
-  JSObject message;
-  message(kKeyType) = type;
-  return message.dump();
+  return tell_group("unregister_client", connection, unregister_text(to, notification));
 }
 
 }  // namespace zedipc

@@ -35,9 +35,6 @@ SendResult register_client(IPC* connection, const std::string& to, const std::st
 SendResult unregister_client(IPC* connection, const std::string& to,
                              const std::string& notification);
 
-// The text of a message that has nothing but a type.
-std::string plain_message(const char* type);
-
 // Handles what the server sends, until the connection is lost; then ends and deletes it.
 // Called on the one thread that reads from the connection.
 void serve_connection();

@@ -8,6 +8,7 @@
 #include <zedipc/notify.h>
 
 #include "notifyclient/client_state.h"
+#include "protocol/message.h"
 
 namespace zedipc {
 
@@ -31,12 +32,7 @@ struct CBParameters {
 void async_cb(CBParameters* parameters);
 
 // What a callback is told, apart from its data and the parameter.
-struct Call {
-  const std::string& from;
-  const std::string& to;
-  const std::string& notification;
-  unsigned int flags;
-};
+using Call = Headline;
 
 // Starts one invocation of the record with copies of everything but the parameter, which
 // it takes: whoever has no more use for it gives it away, since it can be large. The

@@ -8,6 +8,7 @@
 #include "notifyclient/client_state.h"
 #include "notifyclient/connection.h"
 #include "notifyclient/invocation.h"
+#include "protocol/message.h"
 #include "protocol/protocol.h"
 
 namespace zedipc {
@@ -40,30 +41,6 @@ void report_unicast_error(const Call& call, const JSObject& parameter) {
   }
 }
 
-// Bytes of a message with a small parameter.
-constexpr std::size_t kTypicalText = 256;
-
-// Member by member, with the keys in ascending order, as a value would be written: to build
-// the value would take a copy of the parameter, which may be large.
-std::string message_text(const Call& call, const JSObject& parameter) {
-  std::string text;
-  text.reserve(kTypicalText);
-  text += '{';
-  const auto add = [&text](const char* key, const JSObject& value) {
-    if (text.size() > 1) text += ',';
-    text.append("\"").append(key).append("\":");
-    value.dump(text);
-  };
-  add(kKeyFlags, call.flags);
-  add(kKeyFrom, call.from);
-  add(kKeyNotification, call.notification);
-  add(kKeyParameter, parameter);
-  add(kKeyTo, call.to);
-  add(kKeyType, kTypeNotify);
-  text += '}';
-  return text;
-}
-
 }  // namespace
 
 int ipcNotify(const std::string& to, const std::string& notification, const JSObject& parameter,
@@ -93,7 +70,7 @@ int ipcNotify(const std::string& to, const std::string& notification, const JSOb
                       "ipcNotify(): notification server is not running (connect failed)\n");
     return kNotTold;
   }
-  const std::string text = message_text(call, parameter);
+  const std::string text = notify_text(call, parameter);
   const SendResult result = send_to_server(kCurrentConnection, text);
   if (!result.sent) {
     report_unicast_error(call, parameter);

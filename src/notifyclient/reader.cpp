@@ -13,7 +13,7 @@
 #include "notifyclient/client_state.h"
 #include "notifyclient/connection.h"
 #include "notifyclient/invocation.h"
-#include "protocol/envelope.h"
+#include "protocol/message.h"
 #include "protocol/protocol.h"
 
 namespace zedipc {
@@ -22,33 +22,10 @@ namespace {
 
 constexpr unsigned int kReconnectPause = 10;  // seconds
 
-// A message as its callbacks see it. Reading a key creates it, so that it stands in
-// the text if the message goes back.
-struct Incoming {
-  std::string from;
-  std::string to;
-  std::string notification;
-  unsigned int flags;
-
-  explicit Incoming(JSObject& message)
-      : from(message(kKeyFrom).getString()),
-        to(message(kKeyTo).getString()),
-        notification(message(kKeyNotification).getString()),
-        flags(static_cast<unsigned int>(message(kKeyFlags).getInt())) {}
-
-  explicit Incoming(Envelope& envelope)
-      : from(std::move(envelope.from)),
-        to(std::move(envelope.to)),
-        notification(std::move(envelope.notification)),
-        flags(static_cast<unsigned int>(envelope.flags)) {}
-
-  [[nodiscard]] Call call() const { return {from, to, notification, flags}; }
-};
-
 // The reader's own connection, which nobody else deletes.
 IPC* connection() { return client.server_ipc.load(std::memory_order_acquire); }
 
-void log_received(const char* what, const Incoming& in, const JSObject& parameter) {
+void log_received(const char* what, const Headline& in, const JSObject& parameter) {
   if (!dbg_log_enabled(kLogInfo)) return;
   const std::string text = parameter.dump();
   ZEDIPC_CLIENT_LOG(kLogInfo,
@@ -69,16 +46,16 @@ void invoke(const char* kind, Record& record, const Call& call, Parameter&&... p
 }
 
 // The server looks for somebody else, or tells the sender that there is nobody.
-void send_back(JSObject& message, LogLevel level, const char* why) {
-  send_or_log("reader_thread", kCurrentConnection, message.dump());
+void send_back(Message& message, LogLevel level, const char* why) {
+  send_or_log("reader_thread", kCurrentConnection, message.text());
   ZEDIPC_CLIENT_LOG(level,
                     "reader_thread(): returned notification '%s' back to server, since no %s\n",
-                    message(kKeyNotification).getString().c_str(), why);
+                    message.notification().c_str(), why);
 }
 
 // The record with the highest priority that the message is for, the latest of equal
 // ones; null if there is none.
-NotificationRecord* find_best(const NotificationTable& table, const Incoming& in) {
+NotificationRecord* find_best(const NotificationTable& table, const Headline& in) {
   NotificationRecord* best = nullptr;
   std::int32_t best_priority = std::numeric_limits<std::int32_t>::min();
   for (NotificationRecord* const record : table) {
@@ -92,53 +69,37 @@ NotificationRecord* find_best(const NotificationTable& table, const Incoming& in
 }
 
 // The last one gets the parameter itself, and only those before it a copy.
-void invoke_all(const NotificationTable& table, const Incoming& in, JSObject& parameter) {
+void invoke_all(const NotificationTable& table, const Headline& in, JSObject& parameter) {
   NotificationRecord* last = nullptr;
   for (NotificationRecord* const record : table) {
     if (record->notification != in.notification) continue;
-    if (last != nullptr) invoke("notification", *last, in.call(), parameter);
+    if (last != nullptr) invoke("notification", *last, in, parameter);
     last = record;
   }
-  if (last != nullptr) invoke("notification", *last, in.call(), std::move(parameter));
+  if (last != nullptr) invoke("notification", *last, in, std::move(parameter));
 }
 
-bool is_for_nobody(const NotificationTable& table, const Incoming& in) {
+bool is_for_nobody(const NotificationTable& table, const Headline& in) {
   return in.to != kToAll && find_best(table, in) == nullptr;
 }
 
-void invoke_receivers(const NotificationTable& table, const Incoming& in, JSObject& parameter) {
+void invoke_receivers(const NotificationTable& table, const Headline& in, JSObject& parameter) {
   if (in.to == kToAll) {
     invoke_all(table, in, parameter);
   } else {
-    invoke("notification", *find_best(table, in), in.call(), std::move(parameter));
+    invoke("notification", *find_best(table, in), in, std::move(parameter));
   }
 }
 
-// The short way of most messages: a notification for somebody here. False if the text has
-// to be handled as a message; then nothing has been done.
-bool handle_at_once(const std::string& text) {
-  Envelope envelope;
-  JSObject parameter;
-  if (!envelope.read(text, parameter)) return false;
-  const std::lock_guard<std::mutex> lock(client.table_lock);
-  const auto& table = lazy_table(client.notification_table);
-  if (table.empty()) return false;
-  const Incoming in(envelope);
-  if (is_for_nobody(table, in)) return false;
-  log_received("notification", in, parameter);
-  invoke_receivers(table, in, parameter);
-  return true;
-}
-
-void handle_notification(JSObject& message) {
+void handle_notification(Message& message) {
   const std::lock_guard<std::mutex> lock(client.table_lock);
   const auto& table = lazy_table(client.notification_table);
   if (table.empty()) {
     send_back(message, kLogNote, "client registered");
     return;
   }
-  const Incoming in(message);
-  JSObject& parameter = message(kKeyParameter);
+  const Headline in = message.headline();
+  JSObject& parameter = message.parameter();
   log_received("notification", in, parameter);
   if (is_for_nobody(table, in)) {
     send_back(message, kLogWarning, "matching client");
@@ -147,41 +108,40 @@ void handle_notification(JSObject& message) {
   }
 }
 
-void handle_unicast_error(JSObject& message) {
+void handle_unicast_error(Message& message) {
   const std::lock_guard<std::mutex> lock(client.table_lock);
   const auto& table = lazy_table(client.unicast_error_table);
   if (table.empty()) {
     ZEDIPC_CLIENT_LOG(kLogWarning,
                       "reader_thread(): ipc=%p received unicast error for notification '%s', but "
                       "no client registered\n",
-                      static_cast<void*>(connection()),
-                      message(kKeyNotification).getString().c_str());
+                      static_cast<void*>(connection()), message.notification().c_str());
     return;
   }
-  const Incoming in(message);
-  const JSObject& parameter = message(kKeyParameter);
+  const Headline in = message.headline();
+  const JSObject& parameter = message.parameter();
   log_received("unicast error for notification", in, parameter);
-  for (UnicastErrorRecord* const record : table) {
-    invoke("unicast error", *record, in.call(), parameter);
-  }
+  for (UnicastErrorRecord* const record : table) invoke("unicast error", *record, in, parameter);
 }
 
-void handle_observation(JSObject& message) {
+void handle_observation(Message& message) {
   const std::lock_guard<std::mutex> lock(client.table_lock);
   const auto& table = lazy_table(client.observer_table);
   if (table.empty()) return;  // the last one went while this was on its way
-  const Incoming in(message);
-  for (ObserverRecord* const record : table) invoke("observer", *record, in.call());
+  const Headline in = message.headline();
+  for (ObserverRecord* const record : table) invoke("observer", *record, in);
 }
 
-void handle_message(JSObject& message) {
-  const std::string type = message(kKeyType).getString();
-  if (type == kTypeNotify) {
-    handle_notification(message);
-  } else if (type == kTypeUnicastError) {
-    handle_unicast_error(message);
-  } else if (type == kTypeNotifyObserver) {
-    handle_observation(message);
+void handle_message(Message& message) {
+  switch (message.type()) {
+    case MessageType::kNotify:
+      return handle_notification(message);
+    case MessageType::kUnicastError:
+      return handle_unicast_error(message);
+    case MessageType::kNotifyObserver:
+      return handle_observation(message);
+    default:
+      return;
   }
 }
 
@@ -203,9 +163,7 @@ void serve_connection() {
   std::string text;
   int msg_tag = 0;
   while (connection()->read_msg(NOTIFY_FRAME_ID, msg_tag, text, NOTIFY_MAX_MSG, -1)) {
-    if (handle_at_once(text)) continue;
-    JSObject message;
-    message.parse(text.c_str());
+    Message message(text, Message::Parameter::kRead);
     handle_message(message);
   }
   tear_down();

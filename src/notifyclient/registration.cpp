@@ -13,7 +13,7 @@
 #include "notifyclient/client_state.h"
 #include "notifyclient/connection.h"
 #include "notifyclient/tables.h"
-#include "protocol/protocol.h"
+#include "protocol/message.h"
 
 namespace zedipc {
 
@@ -218,7 +218,7 @@ int ipcRegisterObserver(ObserverCallback cb, void* data) {
         printable(cb), data);
     return kDone;
   }
-  const std::string message = plain_message(kTypeRegisterObserver);
+  const std::string message = register_observer_text();
   const SendResult told = send_or_log(kName, kCurrentConnection, message);
   if (!told.sent) return kNotTold;
   if (add_record(new ObserverRecord{{}, cb, data}, told.epoch))
@@ -241,7 +241,7 @@ int ipcUnregisterObserver(ObserverCallback cb, void* data) {
             printable(cb), data);
       });
   if (!table.empty()) return kDone;
-  const std::string message = plain_message(kTypeUnregisterObserver);
+  const std::string message = unregister_observer_text();
   if (!send_or_log("ipcUnregisterObserver", kCurrentConnection, message).sent) return kNotTold;
   // The other function's name is what readers of the log look for.
   ZEDIPC_CLIENT_LOG(kLogInfo, "ipcRegisterObserver(): client unregistered in server\n");

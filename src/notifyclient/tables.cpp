@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "notifyclient/tables.h"
 
-#include "protocol/protocol.h"
+#include "protocol/message.h"
 
 namespace zedipc {
 
@@ -83,9 +83,9 @@ bool Restoration::publish(IPC* connection, News& news) {
   }
   if (observers.empty() == observer_told_) {
     observer_told_ = !observer_told_;
-    news.observer_message = observer_told_ ? kTypeRegisterObserver : kTypeUnregisterObserver;
+    news.observer_message = observer_told_ ? register_observer_text() : unregister_observer_text();
   }
-  if (!news.removed.empty() || !news.registered.empty() || news.observer_message != nullptr) {
+  if (!news.removed.empty() || !news.registered.empty() || !news.observer_message.empty()) {
     return false;
   }
   client.connection_epoch.store(client.epoch, std::memory_order_relaxed);

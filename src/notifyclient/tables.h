@@ -69,7 +69,7 @@ class Restoration {
   struct News {
     std::vector<Group> removed;
     std::vector<Registered> registered;
-    const char* observer_message = nullptr;  // the type of a message to send, if any
+    std::string observer_message;  // empty if there is none
   };
 
   Restoration();

@@ -3,8 +3,6 @@
 // docs/protocol.md describes and message.h reads and writes.
 #pragma once
 
-#include "protocol/keys.h"
-
 namespace zedipc {
 
 constexpr unsigned short NOTIFY_PORT = 5899;

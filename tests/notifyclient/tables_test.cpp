@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "notifyclient/tables.h"
+#include "protocol/message.h"
 #include "script.h"
 
 using namespace zedipc;
@@ -27,7 +28,7 @@ Lines lines(const Restoration::News& news) {
   for (const auto& record : news.registered) {
     result.push_back(registration(record.to, record.notification, record.priority));
   }
-  if (news.observer_message != nullptr) result.push_back(news.observer_message);
+  if (!news.observer_message.empty()) result.push_back(news.observer_message);
   return result;
 }
 
@@ -118,7 +119,7 @@ TEST(Restoration, TellsOfAllRecordsInOrder) {
   EXPECT_FALSE(add_record(new_observer(), connections.epoch()));
   connections.begin();
   EXPECT_EQ(connections.tell(), (Lines{registration("b", "n", 2), registration("a", "n", 1),
-                                       registration("b", "n", -3), "register_observer"}));
+                                       registration("b", "n", -3), register_observer_text()}));
   EXPECT_EQ(connections.tell(), Lines{});
 }
 
@@ -232,13 +233,13 @@ TEST(Restoration, TellsOfObserversThatComeAndGoMeanwhile) {
   auto& table = lazy_table(client.observer_table);
   connections.begin();
   ASSERT_FALSE(add_record(new_observer(), connections.epoch()));
-  EXPECT_EQ(connections.tell(), Lines{"register_observer"});
+  EXPECT_EQ(connections.tell(), Lines{register_observer_text()});
   ASSERT_FALSE(add_record(new_observer(), connections.epoch()));
   remove_record(table, 0);
   remove_record(table, 0);
-  EXPECT_EQ(connections.tell(), Lines{"unregister_observer"});
+  EXPECT_EQ(connections.tell(), Lines{unregister_observer_text()});
   ASSERT_FALSE(add_record(new_observer(), connections.epoch()));
-  EXPECT_EQ(connections.tell(), Lines{"register_observer"});
+  EXPECT_EQ(connections.tell(), Lines{register_observer_text()});
   EXPECT_EQ(connections.tell(), Lines{});
 }
 
@@ -261,7 +262,7 @@ TEST(Restoration, BeginsAnewAfterAFailedOne) {
   remove_at(0);
   connections.fail();
   connections.begin();
-  EXPECT_EQ(connections.tell(), (Lines{registration("b", "n", 2), "register_observer"}));
+  EXPECT_EQ(connections.tell(), (Lines{registration("b", "n", 2), register_observer_text()}));
   EXPECT_EQ(connections.tell(), Lines{});
 }
 
