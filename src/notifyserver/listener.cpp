@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
+// The start of the notification server, and its accept loop.
 #include <pthread.h>
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <zedipc/notify.h>
@@ -16,10 +18,6 @@
 namespace zedipc {
 
 namespace {
-
-constexpr int kAlreadyRunningOrNoPort = -3;
-constexpr int kNoConfigFile = -4;
-constexpr int kSyntaxError = -5;
 
 constexpr std::size_t kReadChunk = 4096;
 
@@ -41,12 +39,12 @@ int load_rules(const char* config_file) {
   if (!read_file(config_file, text)) {
     ZEDIPC_SERVER_LOG(kLogError, "ipcNotificationServer(): couldn't open config file '%s'\n",
                       config_file);
-    return kNoConfigFile;
+    return kServerNoRuleFile;
   }
   if (!parse_config(text, server.inbound_rules, server.outbound_rules)) {
     ZEDIPC_SERVER_LOG(kLogError, "ipcNotificationServer(): syntax error in config file '%s'\n",
                       config_file);
-    return kSyntaxError;
+    return kServerBadRuleFile;
   }
   return 0;
 }
@@ -67,13 +65,14 @@ bool open_port(TCP& listener) {
   return true;
 }
 
-int start(TCP& listener, const char* config_file) {
+// The listener is made once the rules are read: a channel logs even its own end.
+int start(std::optional<TCP>& listener, const char* config_file) {
   const std::lock_guard<std::mutex> lock(server.server_lock);
-  if (server.server_running) return kAlreadyRunningOrNoPort;
+  if (server.server_running) return kServerNotStarted;
   if (config_file != nullptr) {
     if (const int problem = load_rules(config_file)) return problem;
   }
-  if (!open_port(listener)) return kAlreadyRunningOrNoPort;
+  if (!open_port(listener.emplace())) return kServerNotStarted;
   server.server_running = true;
   return 0;
 }
@@ -99,9 +98,9 @@ int ipcNotificationServer() { return ipcNotificationServer(nullptr); }
 
 int ipcNotificationServer(const char* config_file) {
   const LogChannelScope scope(kLogNotifyServer);
-  TCP listener;
+  std::optional<TCP> listener;
   if (const int problem = start(listener, config_file)) return problem;
-  serve(listener);
+  serve(*listener);
 }
 
 }  // namespace zedipc
