@@ -8,6 +8,7 @@
 #include "notifyserver/routing.h"
 #include "notifyserver/server_state.h"
 #include "notifyserver/wildcard.h"
+#include "protocol/idle.h"
 #include "protocol/message.h"
 #include "protocol/protocol.h"
 
@@ -176,8 +177,12 @@ void* handle_client(void* accepted) {
   }
   session.remote = is_remote(*session.ipc);
   std::string received_text;
-  while (read_message(session.ipc, received_text)) handle_text(session, received_text);
+  while (read_message(session.ipc, received_text)) {
+    handle_text(session, received_text);
+    release_when_idle(*session.ipc, received_text);
+  }
   end_session(session);
+  release_large(received_text);
   return nullptr;
 }
 
