@@ -39,14 +39,14 @@ std::string notification(int index) { return "notification" + std::to_string(ind
 class Table {
  public:
   explicit Table(int size) {
-    zedipc::server.registrations.clear();
+    zedipc::server.registrations = {};
     for (int i = 0; i < size; ++i) {
       channels_.push_back(std::make_unique<DiscardingChannel>());
-      zedipc::server.registrations.push_back(
+      zedipc::server.registrations.add(
           {receiver(i), notification(i), 0, channels_.back().get(), false});
     }
   }
-  ~Table() { zedipc::server.registrations.clear(); }
+  ~Table() { zedipc::server.registrations = {}; }
   Table(const Table&) = delete;
   Table& operator=(const Table&) = delete;
 

@@ -2,10 +2,13 @@
 // The start of the notification server, and its accept loop.
 #include <pthread.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include <zedipc/notify.h>
 #include <zedipc/tcp.h>
@@ -19,7 +22,10 @@ namespace zedipc {
 
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr std::size_t kReadChunk = 4096;
+constexpr std::chrono::milliseconds kLongestPause = 100ms;
 
 bool read_file(const char* path, std::string& text) {
   const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path, "rbe"), std::fclose);
@@ -77,18 +83,31 @@ int start(std::optional<TCP>& listener, const char* config_file) {
   return 0;
 }
 
+// The next peer. A single failure may be that peer's own, and the next attempt follows at
+// once; what fails again lacks something, and pauses grow until it is there.
+IPC* accept_next(TCP& listener) {
+  for (std::chrono::milliseconds pause(0);; pause = std::min(2 * pause + 1ms, kLongestPause)) {
+    if (IPC* const session = listener.accept(-1)) return session;
+    std::this_thread::sleep_for(pause);
+  }
+}
+
 [[noreturn]] void serve(TCP& listener) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
   for (;;) {
-    IPC* const session = listener.accept(-1);
-    if (session == nullptr) continue;
+    IPC* const session = accept_next(listener);
     ZEDIPC_SERVER_LOG(kLogInfo, "ipcNotificationServer(): accepted new session (ipc=%p)\n",
                       static_cast<void*>(session));
-    // A session that gets no thread stays open and unserved.
     pthread_t thread;
-    pthread_create(&thread, &attributes, handle_client, session);
+    const int problem = pthread_create(&thread, &attributes, handle_client, session);
+    if (problem == 0) continue;
+    ZEDIPC_SERVER_LOG(kLogError,
+                      "ipcNotificationServer(): pthread_create() failed with error=%d, close "
+                      "session (ipc=%p)\n",
+                      problem, static_cast<void*>(session));
+    delete session;
   }
 }
 

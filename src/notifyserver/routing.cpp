@@ -60,7 +60,8 @@ void broadcast(const Notification& n, const std::string& received_text) {
     return;
   }
   std::set<IPC*> served;
-  for (const Registration& row : server.registrations) {
+  for (const Registration& row : server.registrations.rows()) {
+    if (row.ipc == nullptr) continue;
     void* const address = row.ipc;
     if (row.remote && n.outbound_blocked) {
       ZEDIPC_SERVER_LOG(kLogNote,
@@ -92,7 +93,8 @@ const Registration* find_best(const Notification& n) {
   const bool any_receiver = n.to == kToHighestPriority;
   const Registration* best = nullptr;
   std::int32_t best_priority = std::numeric_limits<std::int32_t>::min();
-  for (const Registration& row : server.registrations) {
+  for (const Registration& row : server.registrations.rows()) {
+    if (row.ipc == nullptr) continue;
     if (row.remote && n.outbound_blocked) {
       ZEDIPC_SERVER_LOG(kLogNote,
                         "handle_client(): unicast notification '%s' to '%s' (ipc=%p) blocked by "
