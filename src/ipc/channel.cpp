@@ -159,10 +159,20 @@ struct IPC::IpcPrivate::Transfer {
   char* next;
   int remaining;
   int timeout_msec;
+  int flags;  // of recv
 };
 
+int IPC::IpcPrivate::peek(void* data, int size, int timeout_msec) {
+  const std::lock_guard<std::mutex> lock(read_mutex);
+  if (!require_connection("read")) return 0;
+  Transfer transfer{static_cast<char*>(data), size, timeout_msec, MSG_PEEK};
+  while (transfer.remaining == size && read_step(transfer) == Step::kGoOn) {
+  }
+  return size - transfer.remaining;
+}
+
 int IPC::IpcPrivate::read_locked(void* data, int size, int timeout_msec, int next_timeout_msec) {
-  Transfer transfer{static_cast<char*>(data), size, timeout_msec};
+  Transfer transfer{static_cast<char*>(data), size, timeout_msec, 0};
   while (transfer.remaining > 0) {
     const int before = transfer.remaining;
     if (read_step(transfer) == Step::kEnd) break;
@@ -188,7 +198,7 @@ IPC::IpcPrivate::Step IPC::IpcPrivate::read_step(Transfer& transfer) {
     return Step::kEnd;
   }
   const ssize_t received =
-      ::recv(pf.fd, transfer.next, static_cast<std::size_t>(transfer.remaining), 0);
+      ::recv(pf.fd, transfer.next, static_cast<std::size_t>(transfer.remaining), transfer.flags);
   if (received == -1) {
     if (errno == EINTR) return Step::kGoOn;
     note_failure("read", "recv()", errno);

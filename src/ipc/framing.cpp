@@ -21,6 +21,7 @@ constexpr int kTagSize = 4;
 constexpr int kPieceTimeout = 10000;
 
 using Header = std::array<unsigned char, kHeaderSize>;
+using Id = std::array<unsigned char, 4>;
 
 void put_word(unsigned char* to, std::uint32_t word) {
   to[0] = static_cast<unsigned char>(word >> 24);
@@ -57,19 +58,47 @@ int payload_size_of(const Container& data) {
   return data.size() > kMaxPayload ? -1 : static_cast<int>(data.size());
 }
 
-// Reads the next header that begins with `msg_id`, looking at each byte of whatever
-// stands ahead of it. `timeout` is the wait for the first bytes.
-bool find_header(IPC::IpcPrivate& channel, unsigned int msg_id, Header& header, int timeout) {
-  int have = 0;
-  for (;;) {
-    const int missing = kHeaderSize - have;
-    unsigned char* const to = header.data() + have;
-    if (channel.read(to, missing, timeout, kPieceTimeout, false) != missing) return false;
-    if (get_word(header.data()) == msg_id) return true;
-    timeout = std::max(timeout, kPieceTimeout);
-    std::memmove(header.data(), &header[1], kHeaderSize - 1);
-    have = kHeaderSize - 1;
+// The first place at which the id can begin, as far as these bytes tell: after all of them
+// at the latest.
+int first_candidate(const unsigned char* bytes, int count, const Id& id) {
+  int at = 0;
+  while (std::memcmp(bytes + at, id.data(), std::min<std::size_t>(id.size(), count - at)) != 0) {
+    ++at;
   }
+  return at;
+}
+
+// Reads on from a header that does not begin with the id, to the end of the first header that
+// can. No byte after that one is taken: the channel's user may be waiting for it.
+bool skip_garbage(IPC::IpcPrivate& channel, const Id& id, Header& header, int timeout) {
+  constexpr int kOld = kHeaderSize - 1;
+  // Looked at in one go. It lies on the stack of callbacks, which may be small.
+  constexpr int kBlock = 2048;
+  std::array<unsigned char, kOld + kBlock + kHeaderSize> bytes;
+  std::memcpy(bytes.data(), &header[1], kOld);
+  // Each byte that is read has a line in a log of this level.
+  int count = 1;
+  if (!dbg_log_enabled(kLogDebug)) {
+    const int ahead = channel.peek(&bytes[kOld], kBlock, timeout);
+    if (ahead == 0) return false;
+    count = first_candidate(bytes.data(), kOld + ahead, id) + 1;
+  }
+  if (channel.read(&bytes[kOld], count, timeout, timeout, false) != count) return false;
+  std::memcpy(header.data(), &bytes[static_cast<std::size_t>(count) - 1], kHeaderSize);
+  return true;
+}
+
+// Reads the next header that begins with `msg_id`. `timeout` is the wait for the first bytes.
+bool find_header(IPC::IpcPrivate& channel, unsigned int msg_id, Header& header, int timeout) {
+  Id id;
+  put_word(id.data(), msg_id);
+  if (channel.read(header.data(), kHeaderSize, timeout, kPieceTimeout, false) != kHeaderSize) {
+    return false;
+  }
+  while (get_word(header.data()) != msg_id) {
+    if (!skip_garbage(channel, id, header, std::max(timeout, kPieceTimeout))) return false;
+  }
+  return true;
 }
 
 // Logs what is wrong with a size that is not accepted.

@@ -39,6 +39,9 @@ class IPC::IpcPrivate {
   virtual bool write(const void* data, int size);
   // `rearm` tells the dispatcher, on every way out, that what it announced was read.
   virtual int read(void* data, int size, int timeout_msec, int next_timeout_msec, bool rearm);
+  // Shows what a read would take next, as far as it has come, and takes nothing. Waits and
+  // fails as a read does; the result is 0 then.
+  int peek(void* data, int size, int timeout_msec);
   virtual bool poll_in(int timeout_msec);
   // Forgets the socket, without closing it, and all that belonged to it.
   virtual void close();
