@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <optional>
 
 #include "ipc/ipc_private.h"
 #include "ipc/socket.h"
@@ -140,19 +141,42 @@ bool IPC::IpcPrivate::write(const void* data, int size) {
   return true;
 }
 
+// Tells the dispatcher, at the end of a read, that what it announced was read.
+class IPC::IpcPrivate::Rearming {
+ public:
+  explicit Rearming(IpcPrivate& channel) : channel_(channel) {}
+  ~Rearming() {
+    // The bit before the wake-up, so that the pass that follows sees it.
+    channel_.cb_state.fetch_or(CB_ARMED, std::memory_order_relaxed);
+    notify_cb_thread(false);
+  }
+  Rearming(const Rearming&) = delete;
+  Rearming& operator=(const Rearming&) = delete;
+
+ private:
+  IpcPrivate& channel_;
+};
+
 int IPC::IpcPrivate::read(void* data, int size, int timeout_msec, int next_timeout_msec,
                           bool rearm) {
   const std::lock_guard<std::mutex> lock(read_mutex);
+  std::optional<Rearming> rearming;
+  if (rearm) rearming.emplace(*this);
   const bool valid = require_buffer("read", data, size);
   const bool connected = require_connection("read");
-  int count = 0;
-  if (valid && connected) count = read_locked(data, size, timeout_msec, next_timeout_msec);
-  if (rearm) {
-    // The bit before the wake-up, so that the pass that follows sees it.
-    cb_state.fetch_or(CB_ARMED, std::memory_order_relaxed);
-    notify_cb_thread(false);
+  return valid && connected ? read_locked(data, size, timeout_msec, next_timeout_msec) : 0;
+}
+
+int IPC::IpcPrivate::read(GrowingBuffer& buffer, int size, int timeout_msec) {
+  const std::lock_guard<std::mutex> lock(read_mutex);
+  int room = buffer.grow(0, size);
+  const Rearming rearming(*this);
+  if (!require_connection("read")) return 0;
+  for (int filled = 0;; room = buffer.grow(filled, size)) {
+    char* const next = static_cast<char*>(buffer.data()) + filled;
+    filled += read_locked(next, room - filled, timeout_msec, timeout_msec);
+    if (filled < room || room == size) return filled;
   }
-  return count;
 }
 
 struct IPC::IpcPrivate::Transfer {

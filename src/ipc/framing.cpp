@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "ipc/ipc_private.h"
 
@@ -115,18 +116,50 @@ bool accept_size(const Header& header, int size_limit) {
   return true;
 }
 
+// What a payload may take before any of it has come, with the byte after a string's end.
+constexpr std::size_t kUnseen = 65536 - 1;
+
+// The buffer of the container that this thread reads into. The table of IpcBuffer is binary
+// interface, and has no place for what only these can do.
+thread_local GrowingBuffer* containers_buffer = nullptr;
+
 // A standard container as a receive buffer.
 template <typename Container>
-class BufferAdaptor : public IPC::IpcBuffer {
+class BufferAdaptor : public GrowingBuffer {
  public:
-  explicit BufferAdaptor(Container& container) : container_(container) {}
+  explicit BufferAdaptor(Container& container)
+      : container_(container), outer_(std::exchange(containers_buffer, this)) {}
+  ~BufferAdaptor() override { containers_buffer = outer_; }
+  BufferAdaptor(const BufferAdaptor&) = delete;
+  BufferAdaptor& operator=(const BufferAdaptor&) = delete;
+
   void clear() override { container_.clear(); }
   void resize(int size) override { container_.resize(static_cast<std::size_t>(size), 0); }
   void* data() override { return container_.empty() ? nullptr : &container_[0]; }
+  int grow(int filled, int size) override {
+    const std::size_t earned = std::max(kUnseen, 2 * static_cast<std::size_t>(filled));
+    container_.resize(std::min<std::size_t>(size, std::max(earned, container_.capacity())), 0);
+    return static_cast<int>(container_.size());
+  }
 
  private:
   Container& container_;
+  GrowingBuffer* const outer_;
 };
+
+// Reads the payload of a frame, into as much memory as it needs in the end, and gives how much
+// has come. A user's own buffer gets its size at once, and so does any where the log shows
+// each piece that is read and what is still to come of its size.
+int read_payload(IPC::IpcPrivate& channel, IPC::IpcBuffer& buffer, int size, int timeout) {
+  const bool small = static_cast<std::size_t>(size) <= kUnseen;
+  if (small || &buffer != containers_buffer || dbg_log_enabled(kLogDebug)) {
+    buffer.resize(size);
+    return size == 0 ? 0 : channel.read(buffer.data(), size, timeout, timeout, true);
+  }
+  const int read_bytes = channel.read(*containers_buffer, size, timeout);
+  if (read_bytes != size) buffer.resize(size);
+  return read_bytes;
+}
 
 }  // namespace
 
@@ -172,13 +205,11 @@ bool IPC::read_msg(unsigned int msg_id, int& msg_tag, IpcBuffer& buffer, int siz
   }
   const int size = payload_size(header);
   msg_tag = static_cast<std::int32_t>(get_word(&header[8]));
-  buffer.resize(size);
+  const int read_bytes = read_payload(*d, buffer, size, std::max(timeout_msec, kPieceTimeout));
   if (size == 0) {
     ZEDIPC_IPC_LOG(kLogDebug, "IPC::read_msg() -> size==0\n");
     return true;
   }
-  const int timeout = std::max(timeout_msec, kPieceTimeout);
-  const int read_bytes = d->read(buffer.data(), size, timeout, timeout, true);
   if (read_bytes != size) {
     ZEDIPC_IPC_LOG(kLogError, "IPC::read_msg() -> size!=read_bytes (%d!=%d)\n", size, read_bytes);
     return false;

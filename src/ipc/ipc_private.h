@@ -27,6 +27,13 @@ enum CallbackState : int {
   CB_ARMED = 4,       // a call may be made: what the last one announced has been read
 };
 
+// A receive buffer that takes more memory only as its bytes come.
+class GrowingBuffer : public IPC::IpcBuffer {
+ public:
+  // Makes room for more than the `filled` bytes of `size`; gives its length then.
+  virtual int grow(int filled, int size) = 0;
+};
+
 // The flags, the socket and cb_state are read by threads that hold no lock.
 class IPC::IpcPrivate {
  public:
@@ -39,6 +46,8 @@ class IPC::IpcPrivate {
   virtual bool write(const void* data, int size);
   // `rearm` tells the dispatcher, on every way out, that what it announced was read.
   virtual int read(void* data, int size, int timeout_msec, int next_timeout_msec, bool rearm);
+  // The same into a buffer that grows, with one timeout and with `rearm`.
+  int read(GrowingBuffer& buffer, int size, int timeout_msec);
   // Shows what a read would take next, as far as it has come, and takes nothing. Waits and
   // fails as a read does; the result is 0 then.
   int peek(void* data, int size, int timeout_msec);
@@ -101,6 +110,7 @@ class IPC::IpcPrivate {
  private:
   // A read that is under way.
   struct Transfer;
+  class Rearming;
   enum class Step { kGoOn, kEnd };
 
   int read_locked(void* data, int size, int timeout_msec, int next_timeout_msec);
