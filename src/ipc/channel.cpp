@@ -35,7 +35,7 @@ bool IPC::error() { return d->error_flag.load(std::memory_order_relaxed); }
 
 bool IPC::is_server() { return d->listener.load(std::memory_order_relaxed); }
 
-int IPC::getFD() const { return d->fd.load(std::memory_order_relaxed); }
+int IPC::getFD() const { return d->fd.load(std::memory_order_acquire); }
 
 const char* IPC::remote_addr() const { return d->remote_addr; }
 
@@ -71,7 +71,7 @@ bool IPC::poll_in(int timeout_msec) {
 
 void IPC::close() {
   const std::lock_guard<std::mutex> closing(close_mutex);
-  const int fd = d->fd.load(std::memory_order_relaxed);
+  const int fd = d->fd.load(std::memory_order_acquire);
   if (fd == -1) return;
   // Ends whatever other threads are blocked in, so that they let go of the locks.
   ::shutdown(fd, SHUT_RDWR);
@@ -107,7 +107,7 @@ bool IPC::IpcPrivate::require_buffer(const char* operation, const void* data, in
 
 bool IPC::IpcPrivate::require_connection(const char* operation) {
   const char* problem = nullptr;
-  if (fd.load(std::memory_order_relaxed) == -1) {
+  if (fd.load(std::memory_order_acquire) == -1) {
     problem = "no connection";
   } else if (listener.load(std::memory_order_relaxed)) {
     problem = "not allowed for listener";
@@ -303,9 +303,16 @@ bool IPC::IpcPrivate::await_input(int timeout_msec) {
   }
 }
 
-void IPC::IpcPrivate::socket_ready() {
-  const int before = cb_state.fetch_and(~CB_LOCKED, std::memory_order_relaxed);
+void IPC::IpcPrivate::publish_socket(int socket) {
+  fd.store(socket, std::memory_order_release);
+  const int before = cb_state.fetch_and(~CB_LOCKED, std::memory_order_release);
   if ((before & CB_REGISTERED) != 0) notify_cb_thread(true);
+}
+
+// The channel stays locked: peers are taken with accept, and no callback tells of them.
+void IPC::IpcPrivate::publish_listener(int socket) {
+  listener.store(true, std::memory_order_relaxed);
+  fd.store(socket, std::memory_order_release);
 }
 
 }  // namespace zedipc

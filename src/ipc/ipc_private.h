@@ -34,7 +34,8 @@ class GrowingBuffer : public IPC::IpcBuffer {
   virtual int grow(int filled, int size) = 0;
 };
 
-// The flags, the socket and cb_state are read by threads that hold no lock.
+// The flags, the socket and cb_state are read by threads that hold no lock. A new socket is
+// published by `fd` and then, to the dispatcher, by CB_LOCKED, so these are acquired.
 class IPC::IpcPrivate {
  public:
   IpcPrivate() = default;
@@ -55,9 +56,11 @@ class IPC::IpcPrivate {
   // Forgets the socket, without closing it, and all that belonged to it.
   virtual void close();
 
-  // Called when a socket has come to the channel. A dispatcher that watches the
-  // channel has taken the socket in when this returns.
-  void socket_ready();
+  // Give the channel a new socket, when everything else about it, the addresses above all,
+  // has been written: from here on other threads may use it. A dispatcher that knows the
+  // channel watches the socket when the first of them returns.
+  void publish_socket(int socket);
+  void publish_listener(int socket);
 
   std::atomic<bool> eof_flag{false};    // the peer ended the stream; sticky
   std::atomic<bool> error_flag{false};  // an operation failed; sticky
