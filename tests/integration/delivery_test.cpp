@@ -64,3 +64,17 @@ TEST(Delivery, LosesWhatHoldsANanOrAnInfinityWithoutAWord) {
   const std::string log = server.err();
   EXPECT_EQ(log.find("received notification"), log.rfind("received notification")) << log;
 }
+
+TEST(Delivery, FollowsTheLastOfSeveralPrioritiesAfterARestart) {
+  ServerProcess server;
+  ASSERT_EQ(ipcRegisterNotificationCB("n", remember, nullptr, 9, "t"), kNotifyDone);
+  ASSERT_EQ(ipcRegisterNotificationCB("n", remember, &last, 3, "t"), kNotifyDone);
+  server.stop();
+  server.start();
+  const RawPeer between = RawPeer::connect();
+  between.send_message(R"({"notification":"n","priority":5,"to":"t","type":"register"})");
+  EXPECT_TRUE(eventually([&] {
+    ipcNotify("t", "n", JSObject(), 0, "me");
+    return between.receive_message(100) != "<timeout>";
+  }));
+}
