@@ -18,18 +18,14 @@
 /// same callback can run more than once at a time.
 ///
 /// Blocking: making a connection takes as long as the system's TCP takes, and
-/// sending blocks while the server does not read. Unregistering waits until the
-/// callbacks that it removes have ended, so that their data may be freed then;
-/// changing a priority waits for them too. While one of these waits, every call
-/// waits that looks at registrations or at the application id: all but an
-/// `ipcNotify` that names its sender and succeeds.
+/// sending blocks while the server does not read, and so does telling the server
+/// of a registration. Unregistering waits until the callbacks that it removes
+/// have ended, so that their data may be freed then; changing a priority waits
+/// for the calls that had begun. Nobody else has to wait for such a call.
 ///
-/// From a callback the functions here may be called, with two exceptions, which
-/// block the client for ever: a callback must not unregister its own
-/// registration or register it anew as a notification callback, and while
-/// another thread waits for the callback to end it must not make a call that
-/// waits for that thread. `ipcNotify` with a sender named is safe as long as it
-/// succeeds.
+/// From a callback every function here may be called. A callback that unregisters
+/// or re-registers itself does not wait for its own end, but for its other calls.
+/// Two callbacks must not unregister each other: each would wait for the other.
 ///
 /// Errors: results are `kNotifyDone`, which is 0, or a negative `NotifyResult` as
 /// told at each function. No function throws of its own accord.

@@ -89,8 +89,8 @@ struct ClientState {
   // The connection in use; null while there is none. Set under table_lock, cleared under
   // send_lock, which whoever writes on it therefore holds.
   std::atomic<Connection*> server_ipc{nullptr};
-  std::atomic<std::uint32_t> connections{0};  // how many have come into use so far
-  std::atomic<bool> remote_client{false};     // the server's host is not this machine
+  std::atomic<std::uint32_t> generation{0};  // of the connection that came into use last
+  std::atomic<bool> remote_client{false};    // the server's host is not this machine
 
   std::string app_id GUARDED_BY(table_lock);
   Table<NotificationRecord> notification_table GUARDED_BY(table_lock);

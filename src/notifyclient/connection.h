@@ -5,7 +5,9 @@
 #include <pthread.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include <zedipc/tcp.h>
 
@@ -19,7 +21,11 @@ namespace zedipc {
 struct Connection {
   enum class Stage { kBeingMade, kInUse, kGivenUp };
 
-  TCP channel;
+  explicit Connection(std::unique_ptr<TCP> made = std::make_unique<TCP>())
+      : owned(std::move(made)) {}
+
+  const std::unique_ptr<TCP> owned;
+  TCP& channel = *owned;
   Returns returns{channel};
   Stage stage GUARDED_BY(table_lock) = Stage::kBeingMade;
   pthread_t reader{};
@@ -57,7 +63,11 @@ bool register_client(Connection* connection, const std::string& to, const std::s
 bool unregister_client(Connection* connection, const std::string& to,
                        const std::string& notification);
 
-// The thread function of a connection's reader; see reader.cpp.
+// Handles what the server sends, to the end of the connection, and frees it. False if it was
+// given up before it came into use: whoever made it frees it then. See reader.cpp.
+bool serve_connection(Connection* connection);
+
+// The thread function of a connection's reader.
 void* reader_thread(void* connection);
 
 }  // namespace zedipc

@@ -13,6 +13,7 @@
 #include "notifyclient/client_state.h"
 #include "notifyclient/connection.h"
 #include "notifyclient/invocation.h"
+#include "protocol/idle.h"
 #include "protocol/message.h"
 #include "protocol/protocol.h"
 
@@ -204,23 +205,25 @@ void reconnect() {
 
 }  // namespace
 
-// Every reader has a connection of its own. One of those that lost theirs stays until a new
-// one stands.
-void* reader_thread(void* argument) {
-  const LogChannelScope scope(kLogNotifyClient);
-  std::unique_ptr<Connection> connection(static_cast<Connection*>(argument));
+bool serve_connection(Connection* connection) {
   std::string text;
   int msg_tag = 0;
   while (connection->channel.read_msg(NOTIFY_FRAME_ID, msg_tag, text, NOTIFY_MAX_MSG, -1)) {
     handle_text(*connection, text);
+    release_when_idle(connection->channel, text);
   }
-  if (!await_use(*connection)) {
-    static_cast<void>(connection.release());  // whoever made it frees it
-    return nullptr;
-  }
+  release_large(text);
+  if (!await_use(*connection)) return false;
   tear_down(*connection);
-  connection.reset();
-  if (become_reconnector()) reconnect();
+  delete connection;
+  return true;
+}
+
+// Every reader has a connection of its own. One of those that lost theirs stays until a new
+// one stands.
+void* reader_thread(void* connection) {
+  const LogChannelScope scope(kLogNotifyClient);
+  if (serve_connection(static_cast<Connection*>(connection)) && become_reconnector()) reconnect();
   return nullptr;
 }
 

@@ -53,7 +53,7 @@ bool names(Callback cb, const void* data, const Record& record) {
 }
 
 template <typename Record, typename Callback>
-bool is_registered(const Table<Record>& table, Callback cb, const void* data) {
+bool is_registered(const Table<Record>& table, Callback cb, const void* data) REQUIRES(table_lock) {
   return std::any_of(table.begin(), table.end(), [&](const std::shared_ptr<Record>& record) {
     return record->cb == cb && record->data == data;
   });
@@ -109,19 +109,24 @@ std::optional<int> highest_of(const std::string& to, const std::string& notifica
   return highest;
 }
 
-// A registration that could not be told. If another connection has come into use since
-// `connections`, its server knows of the record.
-void take_back(const NotificationRecordPtr& record, const NotificationRecordPtr& former,
-               std::uint32_t connections) REQUIRES(client.registration_lock) {
+// Puts `record` in the place of `former` and tells the server by `tell`. True if the server
+// knows of it then, be it from a connection that came into use meanwhile, which was told of
+// what is in the table. If not, the table is as it was.
+template <typename Record, typename Function>
+bool enter(Table<Record> ClientState::*table, const std::shared_ptr<Record>& former,
+           const std::shared_ptr<Record>& record, Function tell)
+    REQUIRES(client.registration_lock) {
+  std::uint32_t generation = 0;
   {
     const MutexLock lock(table_lock);
-    if (replace(client.notification_table, record, former) == connections) return;
+    replace(client.*table, former, record);
+    generation = client.generation.load(std::memory_order_relaxed);
   }
-  if (const auto highest = highest_of(record->to, record->notification)) {
-    register_client(kCurrentConnection, record->to, record->notification, *highest);
-  } else {
-    unregister_client(kCurrentConnection, record->to, record->notification);
-  }
+  if (tell()) return true;
+  const MutexLock lock(table_lock);
+  if (client.generation.load(std::memory_order_relaxed) != generation) return true;
+  replace(client.*table, record, former);
+  return false;
 }
 
 int register_notification(const Wanted& wanted) {
@@ -133,13 +138,8 @@ int register_notification(const Wanted& wanted) {
     const MutexLock changing(client.registration_lock);
     others = look_at_group(wanted);
     const std::string message = register_text(wanted.to, wanted.notification, others.highest);
-    std::uint32_t connections = 0;
-    {
-      const MutexLock lock(table_lock);
-      connections = replace(client.notification_table, others.former, record);
-    }
-    told = tell_group("register_client", kCurrentConnection, message);
-    if (!told) take_back(record, others.former, connections);
+    told = enter(&ClientState::notification_table, others.former, record,
+                 [&message] { return tell_group("register_client", kCurrentConnection, message); });
   }
   if (!told) {
     wait_for_calls(*record);
@@ -182,35 +182,14 @@ int tell_of_removal(const std::string& to, const std::string& notification) {
   return sent ? kNotifyDone : kNotifyNotConnected;
 }
 
+bool observes(ObserverCallback cb, const void* data) {
+  const MutexLock lock(table_lock);
+  return is_registered(client.observer_table, cb, data);
+}
+
 bool has_observers() {
   const MutexLock lock(table_lock);
   return !client.observer_table.empty();
-}
-
-enum class Outcome { kThere, kNotTold, kDone };
-
-Outcome register_observer(const std::shared_ptr<ObserverRecord>& record) {
-  const std::string message = register_observer_text();
-  {
-    const MutexLock changing(client.registration_lock);
-    std::uint32_t connections = 0;
-    {
-      const MutexLock lock(table_lock);
-      if (is_registered(client.observer_table, record->cb, record->data)) return Outcome::kThere;
-      connections = replace(client.observer_table, {}, record);
-    }
-    if (send_or_log("ipcRegisterObserver", kCurrentConnection, message).sent) return Outcome::kDone;
-    bool other_knows = false;
-    {
-      const MutexLock lock(table_lock);
-      other_knows = replace(client.observer_table, record, {}) != connections;
-    }
-    if (other_knows && !has_observers()) {
-      send_to_server(kCurrentConnection, unregister_observer_text());
-    }
-  }
-  wait_for_calls(*record);
-  return Outcome::kNotTold;
 }
 
 }  // namespace
@@ -264,17 +243,27 @@ int ipcRegisterObserver(ObserverCallback cb, void* data) {
         "ipcRegisterObserver(): not permitted to register an observer as remote client\n");
     return kNotifyRemoteObserver;
   }
-  const Outcome outcome = register_observer(std::make_shared<ObserverRecord>(cb, data));
-  if (outcome == Outcome::kNotTold) return kNotifyNotConnected;
-  if (outcome == Outcome::kThere) {
-    ZEDIPC_CLIENT_LOG(
-        kLogNote, "ipcRegisterObserver(): observer callback already registered (cb=%p, data%p)\n",
-        printable(cb), data);
-  } else {
-    ZEDIPC_CLIENT_LOG(kLogInfo,
-                      "ipcRegisterObserver(): observer callback registered (cb=%p, data%p)\n",
-                      printable(cb), data);
+  const auto record = std::make_shared<ObserverRecord>(cb, data);
+  const std::string message = register_observer_text();
+  bool told = false;
+  {
+    const MutexLock changing(client.registration_lock);
+    if (observes(cb, data)) {
+      ZEDIPC_CLIENT_LOG(
+          kLogNote, "ipcRegisterObserver(): observer callback already registered (cb=%p, data%p)\n",
+          printable(cb), data);
+      return kNotifyDone;
+    }
+    told = enter(&ClientState::observer_table, {}, record,
+                 [&message] { return send_or_log(kName, kCurrentConnection, message).sent; });
   }
+  if (!told) {
+    wait_for_calls(*record);
+    return kNotifyNotConnected;
+  }
+  ZEDIPC_CLIENT_LOG(kLogInfo,
+                    "ipcRegisterObserver(): observer callback registered (cb=%p, data%p)\n",
+                    printable(cb), data);
   return kNotifyDone;
 }
 
@@ -311,23 +300,18 @@ int ipcRegisterUnicastError(UnicastErrorCallback cb, void* data) {
     warn_of_deprecated_use(kName);
     return ipcUnregisterUnicastError(nullptr, nullptr);
   }
-  const auto record = std::make_shared<UnicastErrorRecord>(cb, data);
   bool there = false;
   {
     const MutexLock lock(table_lock);
     there = is_registered(client.unicast_error_table, cb, data);
-    if (!there) client.unicast_error_table.push_back(record);
+    if (!there) {
+      client.unicast_error_table.push_back(std::make_shared<UnicastErrorRecord>(cb, data));
+    }
   }
-  if (there) {
-    ZEDIPC_CLIENT_LOG(
-        kLogNote,
-        "ipcRegisterUnicastError(): unicast error callback already registered (cb=%p, data%p)\n",
-        printable(cb), data);
-  } else {
-    ZEDIPC_CLIENT_LOG(
-        kLogInfo, "ipcRegisterUnicastError(): unicast error callback registered (cb=%p, data%p)\n",
-        printable(cb), data);
-  }
+  ZEDIPC_CLIENT_LOG(there ? kLogNote : kLogInfo,
+                    "ipcRegisterUnicastError(): unicast error callback %sregistered (cb=%p, "
+                    "data%p)\n",
+                    there ? "already " : "", printable(cb), data);
   return kNotifyDone;
 }
 

@@ -73,7 +73,7 @@ class Restoration {
       return false;
     }
     connection_.stage = Connection::Stage::kInUse;
-    client.connections.fetch_add(1, std::memory_order_relaxed);
+    client.generation.fetch_add(1, std::memory_order_relaxed);
     client.server_ipc.store(&connection_, std::memory_order_release);
     client.changed.notify_all();
     return true;

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <algorithm>
-#include <cstdint>
 #include <iterator>
 #include <memory>
 
@@ -23,11 +22,10 @@ Table<Record> take_out(Table<Record>& table, Predicate leaves) REQUIRES(table_lo
   return taken;
 }
 
-// Puts one record in the place of another; null stands for none. Gives the number of
-// connections so far: one that comes later knows of the change.
+// Puts one record in the place of another; null stands for none.
 template <typename Record>
-std::uint32_t replace(Table<Record>& table, const std::shared_ptr<Record>& former,
-                      const std::shared_ptr<Record>& record) REQUIRES(table_lock) {
+void replace(Table<Record>& table, const std::shared_ptr<Record>& former,
+             const std::shared_ptr<Record>& record) REQUIRES(table_lock) {
   const auto place = std::find(table.begin(), table.end(), former);
   if (place == table.end()) {
     table.push_back(record);
@@ -37,7 +35,6 @@ std::uint32_t replace(Table<Record>& table, const std::shared_ptr<Record>& forme
     table.erase(place);
   }
   ++client.table_changes;
-  return client.connections.load(std::memory_order_relaxed);
 }
 
 }  // namespace zedipc

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -102,12 +103,21 @@ void register_all(const Options& options, Totals& totals) {
   }
 }
 
+// A connection that is in use.
+Connection* use(PlayedChannel* channel) {
+  auto* const connection = new Connection(std::unique_ptr<TCP>(channel));
+  const MutexLock lock(table_lock);
+  connection->stage = Connection::Stage::kInUse;
+  client.server_ipc = connection;
+  return connection;
+}
+
 // Over a connection of its own. Waits for the end of all callbacks.
 void unregister_all() {
   std::string sent;
-  PlayedChannel channel(-1, "");
-  channel.record_to(&sent);
-  client.server_ipc = &channel;
+  auto* const channel = new PlayedChannel(-1, "");
+  channel->record_to(&sent);
+  const std::unique_ptr<Connection> connection(use(channel));
   for (const Registered& r : kRegistered) {
     ipcUnregisterNotificationCB(r.notification, nullptr, nullptr, r.to);
   }
@@ -213,7 +223,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::string sent;
   auto* const channel = new PlayedChannel(ends[0], "127.0.0.1:5899");
   channel->record_to(&sent);
-  client.server_ipc = channel;
+  Connection* const connection = use(channel);
   Totals totals;
   register_all(options, totals);
   sent.clear();
@@ -221,7 +231,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (options.server_gone) channel->record_to(nullptr);
   peer.close();
   const LogChannelScope scope(kLogNotifyClient);
-  serve_connection();
+  require(serve_connection(connection), "the connection was in use");
   require(client.server_ipc == nullptr, "a connection that has ended is gone");
   unregister_all();
 
