@@ -39,14 +39,14 @@ std::string notification(int index) { return "notification" + std::to_string(ind
 class Table {
  public:
   explicit Table(int size) {
-    zedipc::server.registrations.clear();
+    zedipc::server.registrations = {};
     for (int i = 0; i < size; ++i) {
       channels_.push_back(std::make_unique<DiscardingChannel>());
-      zedipc::server.registrations.push_back(
+      zedipc::server.registrations.add(
           {receiver(i), notification(i), 0, channels_.back().get(), false});
     }
   }
-  ~Table() { zedipc::server.registrations.clear(); }
+  ~Table() { zedipc::server.registrations = {}; }
   Table(const Table&) = delete;
   Table& operator=(const Table&) = delete;
 
@@ -72,9 +72,9 @@ void library(benchmark::State& state, int size, const std::string& to) {
   const Table table(size);
   DiscardingChannel sender;
   const zedipc::Session session{&sender, 1, false};
-  JSObject message = make_message(to, notification(size - 1));
-  const std::string text = message.dump();
-  const auto step = [&] { zedipc::route_notification(session, message, text); };
+  const std::string text = make_message(to, notification(size - 1)).dump();
+  zedipc::Message message(text, zedipc::Message::Parameter::kLeave);
+  const auto step = [&] { zedipc::route_notification(session, message); };
   step();
   require(table.last().writes() == kWrites && sender.writes() == 0, "one receiver");
   measure(state, step);

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: MIT
+// The start of the notification server, and its accept loop.
 #include <pthread.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
+#include <thread>
 
 #include <zedipc/notify.h>
 #include <zedipc/tcp.h>
@@ -17,11 +22,10 @@ namespace zedipc {
 
 namespace {
 
-constexpr int kAlreadyRunningOrNoPort = -3;
-constexpr int kNoConfigFile = -4;
-constexpr int kSyntaxError = -5;
+using namespace std::chrono_literals;
 
 constexpr std::size_t kReadChunk = 4096;
+constexpr std::chrono::milliseconds kLongestPause = 100ms;
 
 bool read_file(const char* path, std::string& text) {
   const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path, "rbe"), std::fclose);
@@ -41,12 +45,12 @@ int load_rules(const char* config_file) {
   if (!read_file(config_file, text)) {
     ZEDIPC_SERVER_LOG(kLogError, "ipcNotificationServer(): couldn't open config file '%s'\n",
                       config_file);
-    return kNoConfigFile;
+    return kServerNoRuleFile;
   }
   if (!parse_config(text, server.inbound_rules, server.outbound_rules)) {
     ZEDIPC_SERVER_LOG(kLogError, "ipcNotificationServer(): syntax error in config file '%s'\n",
                       config_file);
-    return kSyntaxError;
+    return kServerBadRuleFile;
   }
   return 0;
 }
@@ -67,15 +71,25 @@ bool open_port(TCP& listener) {
   return true;
 }
 
-int start(TCP& listener, const char* config_file) {
+// The listener is made once the rules are read: a channel logs even its own end.
+int start(std::optional<TCP>& listener, const char* config_file) {
   const std::lock_guard<std::mutex> lock(server.server_lock);
-  if (server.server_running) return kAlreadyRunningOrNoPort;
+  if (server.server_running) return kServerNotStarted;
   if (config_file != nullptr) {
     if (const int problem = load_rules(config_file)) return problem;
   }
-  if (!open_port(listener)) return kAlreadyRunningOrNoPort;
+  if (!open_port(listener.emplace())) return kServerNotStarted;
   server.server_running = true;
   return 0;
+}
+
+// The next peer. A single failure may be that peer's own, and the next attempt follows at
+// once; what fails again lacks something, and pauses grow until it is there.
+IPC* accept_next(TCP& listener) {
+  for (std::chrono::milliseconds pause(0);; pause = std::min(2 * pause + 1ms, kLongestPause)) {
+    if (IPC* const session = listener.accept(-1)) return session;
+    std::this_thread::sleep_for(pause);
+  }
 }
 
 [[noreturn]] void serve(TCP& listener) {
@@ -83,13 +97,17 @@ int start(TCP& listener, const char* config_file) {
   pthread_attr_init(&attributes);
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
   for (;;) {
-    IPC* const session = listener.accept(-1);
-    if (session == nullptr) continue;
+    IPC* const session = accept_next(listener);
     ZEDIPC_SERVER_LOG(kLogInfo, "ipcNotificationServer(): accepted new session (ipc=%p)\n",
                       static_cast<void*>(session));
-    // A session that gets no thread stays open and unserved.
     pthread_t thread;
-    pthread_create(&thread, &attributes, handle_client, session);
+    const int problem = pthread_create(&thread, &attributes, handle_client, session);
+    if (problem == 0) continue;
+    ZEDIPC_SERVER_LOG(kLogError,
+                      "ipcNotificationServer(): pthread_create() failed with error=%d, close "
+                      "session (ipc=%p)\n",
+                      problem, static_cast<void*>(session));
+    delete session;
   }
 }
 
@@ -99,9 +117,9 @@ int ipcNotificationServer() { return ipcNotificationServer(nullptr); }
 
 int ipcNotificationServer(const char* config_file) {
   const LogChannelScope scope(kLogNotifyServer);
-  TCP listener;
+  std::optional<TCP> listener;
   if (const int problem = start(listener, config_file)) return problem;
-  serve(listener);
+  serve(*listener);
 }
 
 }  // namespace zedipc

@@ -3,7 +3,7 @@
 
 #include <limits>
 #include <set>
-#include <utility>
+#include <string>
 
 #include "protocol/protocol.h"
 
@@ -15,53 +15,40 @@ bool send(IPC* ipc, const std::string& text) {
   return ipc->write_msg(NOTIFY_FRAME_ID, NOTIFY_FRAME_TAG, text);
 }
 
-// Room for the member that a message gets on its way.
-constexpr std::size_t kReferenceText = 32;
-
 // A notification on its way through the server.
-struct Notification {
-  std::string from;
-  std::string to;
-  std::string name;
+struct Notification : Headline {
   std::size_t name_hash;
-  int flags;
   bool inbound_blocked;   // the sender may not send it here
   bool outbound_blocked;  // it may not leave for another machine
 };
 
-// Logs the notification, whose members have been read, and asks the rules. `parameter_text`
-// gives the text of its parameter.
-template <typename Function>
-void receive(const Session& session, Notification& n, Function parameter_text) {
-  n.name_hash = Registration::hash_of(n.name);
+// Reads and logs the notification, and asks the rules.
+Notification receive(const Session& session, Message& message) {
+  const Headline n = message.headline();
   if (dbg_log_enabled(kLogInfo)) {
-    const std::string parameter = parameter_text();
+    const std::string parameter = message.parameter_text();
     ZEDIPC_SERVER_LOG(kLogInfo,
                       "handle_client(): ipc=%p received notification '%s' (from='%s', to='%s', "
                       "para='%s', flags=%u)\n",
-                      static_cast<void*>(session.ipc), n.name.c_str(), n.from.c_str(), n.to.c_str(),
-                      parameter.c_str(), static_cast<unsigned>(n.flags));
+                      static_cast<void*>(session.ipc), n.notification.c_str(), n.from.c_str(),
+                      n.to.c_str(), parameter.c_str(), n.flags);
   }
-  n.inbound_blocked = session.remote && !rule_match(n.from, n.to, n.name, server.inbound_rules);
-  n.outbound_blocked = !rule_match(n.from, n.to, n.name, server.outbound_rules);
+  const auto forbidden = [&n](const RuleSet& rules) {
+    return !rule_match(n.from, n.to, n.notification, rules);
+  };
+  return {n, Registration::hash_of(n.notification),
+          session.remote && forbidden(server.inbound_rules), forbidden(server.outbound_rules)};
 }
 
 // Tells the observers that `row` has been served, under the name it registered.
-void notify_observers(const std::string& from, const Registration& row,
-                      const std::string& notification, int flags) {
+void notify_observers(const Notification& n, const Registration& row) {
   if (server.observers.empty()) return;
-  JSObject message;
-  message(kKeyType) = kTypeNotifyObserver;
-  message(kKeyFrom) = from;
-  message(kKeyTo) = row.to;
-  message(kKeyNotification) = notification;
-  message(kKeyFlags) = flags;
-  const std::string text = message.dump();
+  const std::string text = notify_observer_text({n.from, row.to, n.notification, n.flags});
   for (IPC* const observer : server.observers) send(observer, text);
 }
 
 bool is_called(const Registration& row, const Notification& n) {
-  return row.name_hash == n.name_hash && row.notification == n.name;
+  return row.name_hash == n.name_hash && row.notification == n.notification;
 }
 
 // Each session gets the text once; observers hear of each row.
@@ -69,17 +56,18 @@ void broadcast(const Notification& n, const std::string& received_text) {
   if (n.inbound_blocked) {
     ZEDIPC_SERVER_LOG(
         kLogNote, "handle_client(): broadcast notification '%s' blocked by inbound configuration\n",
-        n.name.c_str());
+        n.notification.c_str());
     return;
   }
   std::set<IPC*> served;
-  for (const Registration& row : server.registrations) {
+  for (const Registration& row : server.registrations.rows()) {
+    if (row.ipc == nullptr) continue;
     void* const address = row.ipc;
     if (row.remote && n.outbound_blocked) {
       ZEDIPC_SERVER_LOG(kLogNote,
                         "handle_client(): broadcast notification '%s' to '%s' (ipc=%p) blocked by "
                         "outbound configuration\n",
-                        n.name.c_str(), row.to.c_str(), address);
+                        n.notification.c_str(), row.to.c_str(), address);
       continue;
     }
     if (!is_called(row, n)) continue;
@@ -88,14 +76,14 @@ void broadcast(const Notification& n, const std::string& received_text) {
         ZEDIPC_SERVER_LOG(
             kLogError,
             "handle_client(): broadcast notification '%s' to '%s' (ipc=%p) failed (%s)\n",
-            n.name.c_str(), row.to.c_str(), address, failure_name(row.ipc));
+            n.notification.c_str(), row.to.c_str(), address, failure_name(row.ipc));
         continue;
       }
       ZEDIPC_SERVER_LOG(
           kLogInfo, "handle_client(): broadcast notification '%s' to '%s' (ipc=%p) successful\n",
-          n.name.c_str(), row.to.c_str(), address);
+          n.notification.c_str(), row.to.c_str(), address);
     }
-    notify_observers(n.from, row, n.name, n.flags);
+    notify_observers(n, row);
   }
 }
 
@@ -105,12 +93,13 @@ const Registration* find_best(const Notification& n) {
   const bool any_receiver = n.to == kToHighestPriority;
   const Registration* best = nullptr;
   std::int32_t best_priority = std::numeric_limits<std::int32_t>::min();
-  for (const Registration& row : server.registrations) {
+  for (const Registration& row : server.registrations.rows()) {
+    if (row.ipc == nullptr) continue;
     if (row.remote && n.outbound_blocked) {
       ZEDIPC_SERVER_LOG(kLogNote,
                         "handle_client(): unicast notification '%s' to '%s' (ipc=%p) blocked by "
                         "outbound configuration\n",
-                        n.name.c_str(), row.to.c_str(), static_cast<void*>(row.ipc));
+                        n.notification.c_str(), row.to.c_str(), static_cast<void*>(row.ipc));
       continue;
     }
     if (!is_called(row, n) || (!any_receiver && row.to != n.to)) continue;
@@ -120,7 +109,7 @@ const Registration* find_best(const Notification& n) {
       ZEDIPC_SERVER_LOG(kLogNote,
                         "handle_client(): unicast notification '%s' to '%s' (ipc=%p) blocked due "
                         "to higher priority %d (>=%d) of '%s' (ipc=%p)\n",
-                        n.name.c_str(), best->to.c_str(), static_cast<void*>(best->ipc),
+                        n.notification.c_str(), best->to.c_str(), static_cast<void*>(best->ipc),
                         row.priority, row.priority, row.to.c_str(), static_cast<void*>(row.ipc));
     }
     best = &row;
@@ -135,17 +124,17 @@ bool deliver(const Notification& n, const std::string& text) {
   while (const Registration* const best = find_best(n)) {
     void* const address = best->ipc;
     if (send(best->ipc, text)) {
-      notify_observers(n.from, *best, n.name, n.flags);
+      notify_observers(n, *best);
       ZEDIPC_SERVER_LOG(
           kLogInfo,
           "handle_client(): delivery of unicast notification '%s' to '%s' (ipc=%p) successful\n",
-          n.name.c_str(), best->to.c_str(), address);
+          n.notification.c_str(), best->to.c_str(), address);
       return true;
     }
     ZEDIPC_SERVER_LOG(
         kLogError,
         "handle_client(): delivery of unicast notification '%s' to '%s' (ipc=%p) failed (%s)\n",
-        n.name.c_str(), best->to.c_str(), address, failure_name(best->ipc));
+        n.notification.c_str(), best->to.c_str(), address, failure_name(best->ipc));
   }
   return false;
 }
@@ -158,7 +147,7 @@ void report_unicast_error(const Notification& n, const std::string& text, std::i
   send(sender->second, text);
   ZEDIPC_SERVER_LOG(kLogNote,
                     "handle_client(): sent unicast error to '%s' (ipc=%p) for notification '%s'\n",
-                    n.from.c_str(), static_cast<void*>(sender->second), n.name.c_str());
+                    n.from.c_str(), static_cast<void*>(sender->second), n.notification.c_str());
 }
 
 // False if nobody took it: the sender has to be told.
@@ -166,66 +155,20 @@ bool unicast(const Notification& n, const std::string& text) {
   if (!n.inbound_blocked) return deliver(n, text);
   ZEDIPC_SERVER_LOG(kLogNote,
                     "handle_client(): unicast notification '%s' blocked by inbound configuration\n",
-                    n.name.c_str());
+                    n.notification.c_str());
   return false;
-}
-
-// What is written of a message once it has its reference.
-std::string with_reference(const Envelope& envelope, const std::string& text,
-                           std::int32_t reference) {
-  if (envelope.has_reference) return text;
-  std::string result;
-  result.reserve(text.size() + kReferenceText);
-  const auto ahead = static_cast<std::size_t>(envelope.parameter_end + 1 - text.data());
-  result.append(text, 0, ahead).append("\"").append(kKeyReference).append("\":");
-  return result.append(std::to_string(reference)).append(",").append(text, ahead);
-}
-
-// What is written of it once it has become an error: "type" is its last member.
-std::string as_unicast_error(std::string text) {
-  constexpr std::size_t kType = sizeof kTypeNotify - 1;
-  constexpr std::size_t kBehind = 2;  // a quote and a brace
-  return text.replace(text.size() - kType - kBehind, kType, kTypeUnicastError);
 }
 
 }  // namespace
 
-void route_notification(const Session& session, JSObject& message,
-                        const std::string& received_text) {
-  // Reading a key creates it, so that these four stand in whatever is written from the
-  // message later.
-  Notification n;
-  n.from = message(kKeyFrom).getString();
-  n.to = message(kKeyTo).getString();
-  n.name = message(kKeyNotification).getString();
-  n.flags = message(kKeyFlags).getInt();
-  receive(session, n, [&] { return message(kKeyParameter).dump(); });
+void route_notification(const Session& session, Message& message) {
+  const Notification n = receive(session, message);
   if (n.to == kToAll) {
-    broadcast(n, received_text);
+    broadcast(n, message.received_text());
     return;
   }
-  // A message that a client could not take and sent back has its reference already.
-  if (!message.exists(kKeyReference)) message(kKeyReference) = session.identity;
-  if (unicast(n, message.dump())) return;
-  message(kKeyType) = kTypeUnicastError;
-  report_unicast_error(n, message.dump(), message(kKeyReference).getInt());
-}
-
-void route_notification(const Session& session, Envelope& envelope,
-                        const std::string& received_text) {
-  Notification n;
-  n.from = std::move(envelope.from);
-  n.to = std::move(envelope.to);
-  n.name = std::move(envelope.notification);
-  n.flags = envelope.flags;
-  receive(session, n, [&] { return std::string(envelope.parameter, envelope.parameter_end); });
-  if (n.to == kToAll) {
-    broadcast(n, received_text);
-    return;
-  }
-  const std::int32_t reference = envelope.has_reference ? envelope.reference : session.identity;
-  const std::string text = with_reference(envelope, received_text, reference);
-  if (!unicast(n, text)) report_unicast_error(n, as_unicast_error(text), reference);
+  if (unicast(n, message.forward_text(session.identity))) return;
+  report_unicast_error(n, message.unicast_error_text(), message.reference());
 }
 
 }  // namespace zedipc

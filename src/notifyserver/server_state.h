@@ -2,18 +2,15 @@
 // The notification server's tables. One server per process, one lock for all.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
-#include <string>
-#include <vector>
 
 #include <zedipc/ipc.h>
 
 #include "log/log.h"
+#include "notifyserver/registration_table.h"
 #include "notifyserver/rules.h"
 
 namespace zedipc {
@@ -22,20 +19,6 @@ namespace zedipc {
 inline constexpr char kServerModule[] = "src/notifyserver.cpp";
 
 #define ZEDIPC_SERVER_LOG(level, ...) dbg_log(kServerModule, __LINE__, level, __VA_ARGS__)
-
-// That a session receives a notification under a name. A row is known by `to`,
-// `notification` and `ipc`, and dies with its session.
-struct Registration {
-  std::string to;
-  std::string notification;
-  std::int32_t priority;
-  IPC* ipc;
-  bool remote;
-  std::size_t name_hash = hash_of(notification);
-
-  // Tells nearly all names apart without a look at their text, which lies elsewhere.
-  static std::size_t hash_of(const std::string& name) { return std::hash<std::string>()(name); }
-};
 
 struct ServerState {
   // Held while a message is handled, all writes to other sessions included, so that
@@ -46,9 +29,8 @@ struct ServerState {
   std::map<std::int32_t, IPC*> sessions;
   std::int32_t next_identity;
 
-  // In the order of registration, which decides between equal priorities.
-  std::vector<Registration> registrations;
-  std::int32_t remote_registrations = 0;
+  // Their order decides between equal priorities.
+  RegistrationTable registrations;
 
   std::set<IPC*> observers;
 

@@ -1,24 +1,20 @@
 // SPDX-License-Identifier: MIT
+// One client's connection: its messages from the first to the last, and its end.
 #include "notifyserver/session.h"
 
-#include <algorithm>
 #include <cstring>
 #include <string>
 
-#include <zedipc/jsobject.h>
-
+#include "notifyserver/registrations.h"
 #include "notifyserver/routing.h"
 #include "notifyserver/server_state.h"
-#include "notifyserver/wildcard.h"
-#include "protocol/envelope.h"
+#include "protocol/idle.h"
+#include "protocol/message.h"
 #include "protocol/protocol.h"
 
 namespace zedipc {
 
 namespace {
-
-// Of all remote sessions together, so that they cannot fill the memory.
-constexpr std::int32_t kMaxRemoteRegistrations = 256;
 
 // A peer on any other address of this machine counts as remote: the rules must not
 // depend on which addresses the machine happens to have.
@@ -27,120 +23,31 @@ bool is_remote(const IPC& ipc) {
   return std::strncmp(ipc.remote_addr(), kLocal, sizeof kLocal - 1) != 0;
 }
 
-bool may_leave(const std::string& notification) {
-  return std::any_of(server.outbound_rules.begin(), server.outbound_rules.end(),
-                     [&](const ConfigRule& rule) {
-                       return wildcard_match(rule.notification.c_str(), notification.c_str());
-                     });
-}
-
-void add_registration(const Session& session, JSObject& message) {
-  const std::string to = message(kKeyTo).getString();
-  const std::string notification = message(kKeyNotification).getString();
-  const int priority = message(kKeyPriority).getInt();
-  ZEDIPC_SERVER_LOG(kLogInfo,
-                    "handle_client(): received registration from %s client (ipc=%p, "
-                    "notification='%s', to='%s', prio=%d)\n",
-                    place_name(session.remote), static_cast<void*>(session.ipc),
-                    notification.c_str(), to.c_str(), priority);
-  if (session.remote && !may_leave(notification)) {
-    ZEDIPC_SERVER_LOG(
-        kLogNote,
-        "handle_client(): registration for remote client blocked by outbound configuration\n");
-    return;
-  }
-  const auto existing = std::find_if(
-      server.registrations.begin(), server.registrations.end(), [&](const Registration& row) {
-        return row.ipc == session.ipc && row.to == to && row.notification == notification;
-      });
-  if (existing != server.registrations.end()) {
-    existing->priority = priority;
-    ZEDIPC_SERVER_LOG(kLogNote, "handle_client(): existing registration updated\n");
-    return;
-  }
-  if (session.remote) {
-    if (server.remote_registrations >= kMaxRemoteRegistrations) return;
-    ++server.remote_registrations;
-  }
-  server.registrations.push_back({to, notification, priority, session.ipc, session.remote});
-  ZEDIPC_SERVER_LOG(kLogNote, "handle_client(): new registration added\n");
-}
-
-// Removes the rows for which `doomed` gives true, keeping the order of the others.
-template <typename Predicate>
-bool remove_registrations(const Session& session, Predicate doomed) {
-  auto& rows = server.registrations;
-  const auto end = std::remove_if(rows.begin(), rows.end(), doomed);
-  const auto removed = rows.end() - end;
-  rows.erase(end, rows.end());
-  if (session.remote) server.remote_registrations -= static_cast<std::int32_t>(removed);
-  return removed != 0;
-}
-
-void remove_registration(const Session& session, JSObject& message) {
-  const std::string to = message(kKeyTo).getString();
-  const std::string notification = message(kKeyNotification).getString();
-  ZEDIPC_SERVER_LOG(kLogInfo,
-                    "handle_client(): received unregistration from %s client (ipc=%p, "
-                    "notification='%s', to='%s')\n",
-                    place_name(session.remote), static_cast<void*>(session.ipc),
-                    notification.c_str(), to.c_str());
-  const bool removed = remove_registrations(session, [&](const Registration& row) {
-    if (row.ipc != session.ipc || row.to != to || row.notification != notification) return false;
-    ZEDIPC_SERVER_LOG(kLogNote,
-                      "handle_client(): unregistered %s client (ipc=%p, notification='%s', "
-                      "to='%s', prio=%d)\n",
-                      place_name(row.remote), static_cast<void*>(row.ipc), row.notification.c_str(),
-                      row.to.c_str(), row.priority);
-    return true;
-  });
-  if (!removed) {
-    ZEDIPC_SERVER_LOG(kLogNote, "handle_client(): no client found, unregistration ignored\n");
-  }
-}
-
-void add_observer(const Session& session) {
-  server.observers.insert(session.ipc);
-  ZEDIPC_SERVER_LOG(kLogInfo, "handle_client(): registered local client as observer (ipc=%p)\n",
-                    static_cast<void*>(session.ipc));
-}
-
-void remove_observer(const Session& session) {
-  server.observers.erase(session.ipc);
-  ZEDIPC_SERVER_LOG(kLogInfo, "handle_client(): unregistered local client as observer (ipc=%p)\n",
-                    static_cast<void*>(session.ipc));
-}
-
 // Whatever is no known message, or is not for remote sessions, is ignored without
 // a word.
-void handle_message(const Session& session, JSObject& message, const std::string& received_text) {
-  const std::string type = message(kKeyType).getString();
-  if (type == kTypeNotify) {
-    route_notification(session, message, received_text);
-  } else if (type == kTypeRegister) {
-    add_registration(session, message);
-  } else if (type == kTypeUnregister) {
-    remove_registration(session, message);
-  } else if (session.remote) {
-    return;
-  } else if (type == kTypeRegisterObserver) {
-    add_observer(session);
-  } else if (type == kTypeUnregisterObserver) {
-    remove_observer(session);
+void handle_message(const Session& session, Message& message) {
+  switch (message.type()) {
+    case MessageType::kNotify:
+      return route_notification(session, message);
+    case MessageType::kRegister:
+      return add_registration(session, message);
+    case MessageType::kUnregister:
+      return remove_registration(session, message);
+    case MessageType::kRegisterObserver:
+      if (!session.remote) add_observer(session);
+      return;
+    case MessageType::kUnregisterObserver:
+      if (!session.remote) remove_observer(session);
+      return;
+    default:
+      return;
   }
 }
 
 void handle_text(const Session& session, const std::string& received_text) {
-  Envelope envelope;
-  if (envelope.read(received_text)) {
-    const std::lock_guard<std::mutex> lock(server.server_lock);
-    route_notification(session, envelope, received_text);
-    return;
-  }
-  JSObject message;
-  message.parse(received_text.c_str());
+  Message message(received_text, Message::Parameter::kLeave);
   const std::lock_guard<std::mutex> lock(server.server_lock);
-  handle_message(session, message, received_text);
+  handle_message(session, message);
 }
 
 // False at the end of the stream and at a read error. A frame that was refused or
@@ -162,7 +69,7 @@ bool read_message(IPC* ipc, std::string& text) {
 void end_session(const Session& session) {
   {
     const std::lock_guard<std::mutex> lock(server.server_lock);
-    remove_registrations(session, [&](const Registration& row) { return row.ipc == session.ipc; });
+    server.registrations.remove_session(session.ipc);
     server.observers.erase(session.ipc);
     server.sessions.erase(session.identity);
   }
@@ -183,8 +90,12 @@ void* handle_client(void* accepted) {
   }
   session.remote = is_remote(*session.ipc);
   std::string received_text;
-  while (read_message(session.ipc, received_text)) handle_text(session, received_text);
+  while (read_message(session.ipc, received_text)) {
+    handle_text(session, received_text);
+    release_when_idle(*session.ipc, received_text);
+  }
   end_session(session);
+  release_large(received_text);
   return nullptr;
 }
 

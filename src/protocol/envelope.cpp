@@ -7,7 +7,7 @@
 
 #include "json/as_written.h"
 #include "json/cursor.h"
-#include "protocol/protocol.h"
+#include "protocol/keys.h"
 
 namespace zedipc {
 
@@ -42,7 +42,7 @@ struct MemberCursor : Cursor {
     return true;
   }
 
-  // The last member of a notification, since no key comes behind "type".
+  // The last member of a notification, since no key comes after "type".
   bool last_member() {
     return key(kKeyType) && skip('"') && skip(kTypeNotify) && skip("\"}") && at == end;
   }

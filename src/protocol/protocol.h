@@ -1,37 +1,18 @@
 // SPDX-License-Identifier: MIT
-// What the notification server and its clients have to agree on. The messages
-// themselves are told in docs/protocol.md.
+// What the notification server and its clients agree on besides the messages, which
+// docs/protocol.md describes and message.h reads and writes.
 #pragma once
 
 namespace zedipc {
 
 constexpr unsigned short NOTIFY_PORT = 5899;
 
-constexpr unsigned int NOTIFY_FRAME_ID = 0x4E4659;  // "NFY" behind a zero byte
-constexpr int NOTIFY_FRAME_TAG = 0;                 // written so, never looked at
+constexpr unsigned int NOTIFY_FRAME_ID = 0x4E4659;  // "NFY" after a zero byte
+constexpr int NOTIFY_FRAME_TAG = 0;                 // written, never looked at
 constexpr int NOTIFY_MAX_MSG = 524288;              // bytes of text that a reader accepts
 
 // Destinations that name no receiver.
 inline constexpr char kToAll[] = "*";
 inline constexpr char kToHighestPriority[] = "1";
-
-// The values of "type".
-inline constexpr char kTypeNotify[] = "notify";
-inline constexpr char kTypeRegister[] = "register";
-inline constexpr char kTypeUnregister[] = "unregister";
-inline constexpr char kTypeRegisterObserver[] = "register_observer";
-inline constexpr char kTypeUnregisterObserver[] = "unregister_observer";
-inline constexpr char kTypeNotifyObserver[] = "notify_observer";
-inline constexpr char kTypeUnicastError[] = "unicast_error";
-
-// The keys.
-inline constexpr char kKeyType[] = "type";
-inline constexpr char kKeyFrom[] = "from";
-inline constexpr char kKeyTo[] = "to";
-inline constexpr char kKeyNotification[] = "notification";
-inline constexpr char kKeyParameter[] = "parameter";
-inline constexpr char kKeyFlags[] = "flags";
-inline constexpr char kKeyPriority[] = "priority";
-inline constexpr char kKeyReference[] = "reference";
 
 }  // namespace zedipc

@@ -25,6 +25,7 @@
 #include "notifyserver/rules.h"
 #include "notifyserver/server_state.h"
 #include "notifyserver/session.h"
+#include "protocol/keys.h"
 #include "protocol/protocol.h"
 #include "support/raw_peer.h"
 
@@ -213,7 +214,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (Peer& peer : peers()) peer.end();
   require(server.sessions.empty(), "no session is left");
   require(server.registrations.empty(), "no registration is left");
-  require(server.remote_registrations == 0, "no remote registration is counted");
+  require(server.registrations.remote_rows() == 0, "no remote registration is counted");
   require(server.observers.empty(), "no observer is left");
   return 0;
 }

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Messages meant to harm, and many sessions at once. The server goes on serving.
 #include <gtest/gtest.h>
+#include <sys/types.h>
+#include <unistd.h>
 
+#include <cstddef>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,6 +22,9 @@ namespace {
 
 // What a slow machine may take for such a message, with a sanitizer at that.
 constexpr int kPatience = 40000;
+
+// What a server may take after large messages, beside what it took before them.
+constexpr std::size_t kEnough = 4U << 20;
 
 // `head`, then as much of `unit` as a message can hold.
 std::string filled(const std::string& head, const std::string& unit) {
@@ -57,6 +64,15 @@ void expect_harmless(const std::string& text, const Environment& environment = {
   sender.send_message(text);
   settle(sender, kPatience);
   expect_serving(old);
+}
+
+// The process's memory that is not swapped out, in bytes.
+std::size_t resident(pid_t pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/statm");
+  std::size_t size = 0;
+  std::size_t pages = 0;
+  in >> size >> pages;
+  return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
 const std::string kBroadcast =
@@ -128,6 +144,35 @@ TEST(Hostile, NestedArraysArriveWhole) {
             R"({"flags":0,"from":"x","notification":"n","parameter":)" + parameter +
                 R"(,"reference":)" + std::to_string(identity) + R"(,"to":"t","type":"notify"})");
 }
+
+// A sanitizer keeps what was freed.
+class HostileMemory : public testing::TestWithParam<bool> {};
+
+TEST_P(HostileMemory, GoesBackToTheSystem) {
+  if (kInstrumented) GTEST_SKIP();
+  const bool stays = GetParam();
+  ServerProcess server;
+  const RawPeer old = join("old", "alive");
+  const std::size_t before = resident(server.process().pid());
+  {
+    RawPeer senders[] = {RawPeer::connect(), RawPeer::connect(), RawPeer::connect()};
+    for (const RawPeer& sender : senders) {
+      sender.send_message(filled("", "["));
+      sender.send_message(filled(kBroadcast, R"({"a":)"));
+      settle(sender, kPatience);
+    }
+    if (!stays) {
+      for (RawPeer& sender : senders) leave(sender);
+    }
+    EXPECT_TRUE(eventually([&] { return resident(server.process().pid()) < before + kEnough; }))
+        << resident(server.process().pid()) - before;
+  }
+  expect_serving(old);
+}
+
+INSTANTIATE_TEST_SUITE_P(ForBrackets, HostileMemory, testing::Bool(), [](const auto& stays) {
+  return stays.param ? "OnceTheirSendersAreIdle" : "OnceTheirSendersHaveGone";
+});
 
 class HostileKey : public testing::TestWithParam<const char*> {};
 

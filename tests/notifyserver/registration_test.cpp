@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "notifyserver/messages.h"
 #include "notifyserver/server_log.h"
+#include "support/instrumented.h"
 #include "support/raw_peer.h"
 #include "support/server_process.h"
 
@@ -209,4 +211,27 @@ TEST(Unregistration, LeavesTheOtherRowsOfTheSession) {
   EXPECT_EQ(peer.receive_message(), notification("display", "m", identity));
   peer.send_message(notification("logger", "n"));
   EXPECT_EQ(peer.receive_message(), notification("logger", "n", identity));
+}
+
+// 100,000 rows of one client, while another is served.
+TEST(Registration, OfManyRowsTakesSecondsAtMost) {
+  constexpr int kRows = kInstrumented ? 10000 : 100000;
+  ServerProcess server;
+  const RawPeer other = join("other", "n");
+  RawPeer peer = RawPeer::connect();
+  std::string registrations;
+  std::string removals;
+  for (int i = 0; i < kRows; ++i) {
+    const std::string name = "name" + std::to_string(i);
+    registrations += frame(kNotifyFrame, 0, registration("to", name));
+    removals += frame(kNotifyFrame, 0, unregistration("to", name));
+  }
+  for (const std::string& bytes : {registrations, removals, registrations}) {
+    std::thread sender([&] { peer.send(bytes); });
+    settle(other, 1000);
+    sender.join();
+    settle(peer);
+  }
+  leave(peer);
+  settle(other, 1000);
 }

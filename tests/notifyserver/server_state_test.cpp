@@ -98,7 +98,7 @@ TEST(HandleClient, LeavesNothingInTheTables) {
   EXPECT_TRUE(server.sessions.empty());
   EXPECT_TRUE(server.registrations.empty());
   EXPECT_TRUE(server.observers.empty());
-  EXPECT_EQ(server.remote_registrations, 0);
+  EXPECT_EQ(server.registrations.remote_rows(), 0);
 }
 
 TEST(HandleClient, RestoresTheThreadsLogChannel) {

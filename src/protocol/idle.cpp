@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+// Giving memory back after large messages.
+#include "protocol/idle.h"
+
+#include <poll.h>
+
+#include <cerrno>
+
+#include "base/memory.h"
+
+namespace zedipc {
+
+namespace {
+
+// A text below is too small to bother, and so is the value that was made of it.
+constexpr std::size_t kLargeText = 16384;
+constexpr int kIdleTime = 1000;  // milliseconds
+
+// By the capacity, which lasts: small messages may follow a large one before the silence.
+bool is_large(const std::string& text) { return text.capacity() >= kLargeText; }
+
+bool is_idle(const IPC& connection) {
+  pollfd pf{connection.getFD(), POLLIN, 0};
+  int ready;
+  do {
+    ready = ::poll(&pf, 1, kIdleTime);
+  } while (ready == -1 && errno == EINTR);
+  return ready == 0;
+}
+
+}  // namespace
+
+void release_large(std::string& text) {
+  if (!is_large(text)) return;
+  std::string().swap(text);
+  release_free_memory();
+}
+
+void release_when_idle(const IPC& connection, std::string& text) {
+  if (is_large(text) && is_idle(connection)) release_large(text);
+}
+
+}  // namespace zedipc
