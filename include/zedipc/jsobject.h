@@ -239,7 +239,8 @@ class ZEDIPC_EXPORT JSObject {
   /// @return the offset of the first byte after the value and the white space
   ///   around it; -1 if a string, key, object or array is cut off or broken, and
   ///   the value then holds what had been read so far. Text that does not begin
-  ///   like a value consumes nothing, leaves a scalar as it was, and is no error.
+  ///   like a value is left alone after its white space, leaves a scalar as it
+  ///   was, and is no error.
   ///   A word that begins with "fals" counts as five bytes even where the text
   ///   ends after four, so compare the offset with the text's length before
   ///   using it.
