@@ -225,7 +225,8 @@ class ZEDIPC_EXPORT JSObject {
   /// any case or that `strtod` reads as such a number.
   bool getBool() const;
 
-  /// The module's name, version and build date as one text that lives for ever.
+  /// The module's name, version and date as one text, the same in every build, that
+  /// lives for ever.
   static const char* getVersion();
 
   /// Reads one JSON value from a NUL-terminated text.
@@ -235,12 +236,13 @@ class ZEDIPC_EXPORT JSObject {
   /// not looked at.
   ///
   /// @param text not null, no part of this value, shorter than 2 GiB
-  /// @return the offset of the first byte behind the value and the white space
+  /// @return the offset of the first byte after the value and the white space
   ///   around it; -1 if a string, key, object or array is cut off or broken, and
   ///   the value then holds what had been read so far. Text that does not begin
-  ///   like a value consumes nothing, leaves a scalar as it was, and is no error.
+  ///   like a value is left alone after its white space, leaves a scalar as it
+  ///   was, and is no error.
   ///   A word that begins with "fals" counts as five bytes even where the text
-  ///   ends behind four, so compare the offset with the text's length before
+  ///   ends after four, so compare the offset with the text's length before
   ///   using it.
   int parse(const char* text);
 

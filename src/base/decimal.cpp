@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+// Doubles from text and to text, by the language's conversions wherever they give what the
+// system's do.
 #include "base/decimal.h"
 
 #include <langinfo.h>
@@ -15,19 +17,18 @@ namespace zedipc {
 
 namespace {
 
-// The language's own conversions for doubles; older standard libraries have them for
-// integers only.
+// Older standard libraries have these conversions for integers only.
 #ifdef __cpp_lib_to_chars
 
-// The processor's rounding, which the system's functions obey.
+// Asks the processor, whose rounding the system's functions follow.
 bool rounds_to_nearest() {
   static const volatile double smallest = DBL_MIN;
   const double tiny = smallest;
   return 1.0 + tiny == 1.0 - tiny;
 }
 
-// Whether the language's conversions, which know no locale and no other rounding, give
-// what the system's do. Asked for each number, since both settings can change at any time.
+// Whether the language's conversions, which know neither a locale nor another rounding, give
+// what the system's do. Asked for each number, since both can change at any time.
 bool has_usual_settings() {
   const char* const point = ::nl_langinfo(RADIXCHAR);
   return point[0] == '.' && point[1] == '\0' && rounds_to_nearest();
@@ -36,8 +37,8 @@ bool has_usual_settings() {
 constexpr std::uint64_t kMillion = 1000000;
 constexpr int kDecimals = 6;
 
-// How far a million times the value is from `millionths`, which is that product rounded.
-// Exact: the value is taken in two parts, whose products need no rounding.
+// The error of `millionths`, which is a million times the value after rounding. It is exact:
+// the value is split in two, and neither part's product needs rounding.
 double distance(double value, double millionths) {
   std::uint64_t bits;
   std::memcpy(&bits, &value, sizeof bits);
@@ -47,7 +48,7 @@ double distance(double value, double millionths) {
   return std::fabs((high * kMillion - millionths) + (value - high) * kMillion);
 }
 
-// Half of the sixteenth digit of a number of millionths, or a little less.
+// Half a unit, or a little less, of the sixteenth digit of so many millionths.
 double half_of_last_digit(std::uint64_t millionths) {
   double half = 0.4999e-15;
   for (std::uint64_t limit = 10; millionths > limit; limit *= 10) half *= 10.0;
@@ -65,11 +66,11 @@ char* write_millionths(char* to, std::uint64_t millionths) {
   return to;
 }
 
-// The short way for numbers of few decimals, which most are. Null if this is none, or if
-// its sixteen digits may be others than those few and zeros.
+// The fast path, for numbers with at most six decimals, as most are. Null for any other, and
+// whenever the sixteen digits might not be those decimals and zeros.
 char* write_few_decimals(char* to, double value) {
   const double magnitude = std::fabs(value);
-  // Smaller ones have an exponent; the upper limit leaves no more than sixteen digits.
+  // Smaller ones may have an exponent; the upper limit leaves at most sixteen digits.
   if (FLT_EVAL_METHOD != 0 || !(magnitude >= 1e-3 && magnitude < 1e9)) return nullptr;
   const double scaled = magnitude * kMillion;
   const auto millionths = static_cast<std::uint64_t>(scaled);
@@ -86,7 +87,7 @@ char* write_few_decimals(char* to, double value) {
 double text_to_double(const char* begin, [[maybe_unused]] const char* end) {
 #ifdef __cpp_lib_to_chars
   double value = 0.0;
-  // What has no digits, or is too large or too small, is left to the system.
+  // Without digits, or out of range, it is the system's to say.
   if (has_usual_settings() && std::from_chars(begin, end, value).ec == std::errc()) return value;
 #endif
   return std::strtod(begin, nullptr);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Doubles from text and to text: the very results of the system's functions, several
-// times as fast where the process has their usual settings.
+// Doubles from text and to text: exactly what the system's functions give, several times
+// as fast where locale and rounding are the usual ones.
 #pragma once
 
 #include <cstddef>
@@ -11,11 +11,11 @@ namespace zedipc {
 // without a minus, that ends at `end`.
 double text_to_double(const char* begin, const char* end);
 
-// Room for what the function below writes, whatever the locale's decimal point is.
+// Enough room for `double_to_text`, whatever the locale's decimal point is.
 constexpr std::size_t kDoubleText = 64;
 
-// Writes what printf's "%.16g" gives, without a terminator, and gives the place behind
-// it.
+// Writes what printf's "%.16g" gives, without a terminator, and returns its end. Sixteen
+// digits on purpose, although one more would read back as the same double.
 char* double_to_text(char* to, double value);
 
 }  // namespace zedipc

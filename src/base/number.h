@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Conversions to integers that end at the limits of their type on every
-// processor, where the language leaves the result open or the width to the host.
+// Conversions to integers that stop at the limits of their type on every host, where the
+// language leaves the result open or the width to the host.
 #pragma once
 
 #include <cstdint>
@@ -9,9 +9,8 @@
 
 namespace zedipc {
 
-// Base 10, as strtol does it where a long has 32 bits: leading white space and a
-// sign are taken, anything else ends the number, and what lies outside gives the
-// nearest limit.
+// In base 10, as strtol does it where a long has 32 bits: it takes leading white space and a
+// sign, anything else ends the number, and beyond the range it gives the nearest limit.
 inline std::int32_t text_to_int32(const char* text) {
   const long long value = std::strtoll(text, nullptr, 10);
   if (value > std::numeric_limits<std::int32_t>::max()) {

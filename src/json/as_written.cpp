@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Checks text against the form in which values are written, without making a value.
 #include "json/as_written.h"
 
 #include <algorithm>
@@ -13,10 +14,10 @@ namespace zedipc {
 
 namespace {
 
-// Each level takes stack here, and what lies deeper is rare.
+// Each level takes stack here, and deeper nesting is rare.
 constexpr int kDeepest = 16;
 
-// One walk over one value. Every step is false where the text is not as it is written.
+// One walk over one value. A step returns false where we would write something else.
 struct WrittenText : Cursor {
   using Cursor::Cursor;
 
@@ -80,9 +81,11 @@ struct WrittenText : Cursor {
     const std::ptrdiff_t count = at - digits;
     if (count == 0 || count > kIntegerDigits) return false;
     if (*at == '.' || *at == 'e') return real(begin);
+    // No leading zeros, and no "-0", which reads as 0.
     return *digits != '0' || (count == 1 && digits == begin);
   }
 
+  // Only writing the number tells which digits it is written with.
   bool real(const char* begin) {
     if (skip('.')) skip_digits();
     if (skip('e')) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A walk over JSON text that stands in one certain form.
+// Steps over JSON text that has to have one exact form.
 #pragma once
 
 #include <cstddef>
@@ -10,10 +10,10 @@
 
 namespace zedipc {
 
-// A place in a text, and the text's end, where a terminator stands. Every step is false
-// where something else than it names stands there; the place is of no use then.
+// A position in a text, and the text's end, where a terminator stands. A step returns false
+// if it does not find what it names, and the position is of no use then.
 struct Cursor {
-  // So few digits are within the range of an integer.
+  // So many digits always fit an integer.
   static constexpr std::ptrdiff_t kIntegerDigits = 9;
 
   const char* at;
@@ -27,7 +27,7 @@ struct Cursor {
     return true;
   }
 
-  // Stays where it is if this does not stand there.
+  // Does not move if the text is not there.
   template <std::size_t size>
   bool skip(const char (&text)[size]) {
     if (std::strncmp(at, text, size - 1) != 0) return false;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Writes strings with their escapes, eight bytes at a time where none is needed.
 #include "json/escape.h"
 
 #include <algorithm>
@@ -20,8 +21,9 @@ using Word = std::uint64_t;
 
 constexpr Word repeated(unsigned char byte) { return Word{0x0101010101010101} * byte; }
 
-// Not 0 if any byte of the word needs an escape. A byte below 0x80 gets its highest bit by
-// a subtraction only if it is less than what is taken off, or the byte behind it was.
+// 0 if no byte of the word needs an escape. A subtraction sets the highest bit of a byte below
+// 0x80 only if the byte is less than what is taken off, or if the byte below it borrowed, and
+// then that one needs an escape.
 constexpr Word special(Word word) {
   const Word below_space = word - repeated(0x20);
   const Word quote = (word ^ repeated('"')) - repeated(1);
@@ -33,7 +35,7 @@ bool needs_escape(char byte) {
   return static_cast<unsigned char>(byte) < 0x20 || byte == '"' || byte == '\\';
 }
 
-// The letter behind the backslash for a byte that has a short escape, else 0.
+// The letter after the backslash for a byte that has a short escape, else 0.
 char short_escape(char byte) {
   switch (byte) {
     case '\b':
@@ -98,7 +100,7 @@ bool is_plain_piece(const char* from) {
   return found == 0;
 }
 
-// A word at a time where it can be taken as it is. Gives the place behind the text.
+// Copies a word at a time where nothing needs an escape. Gives the end of what was written.
 char* write_escaped(char* to, const char* from, const char* end) {
   for (; end - from >= 8; from += 8) {
     const auto word = load<Word>(from);
@@ -110,7 +112,7 @@ char* write_escaped(char* to, const char* from, const char* end) {
     }
   }
   if (end - from < 4) return write_bytes(to, from, end);
-  // Two halves, of which the second may begin in the first.
+  // Two halves, which may overlap.
   const auto first = load<std::uint32_t>(from);
   const auto last = load<std::uint32_t>(end - 4);
   if (special(Word{first} << 32 | last) != 0) return write_bytes(to, from, end);

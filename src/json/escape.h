@@ -16,7 +16,7 @@ void put_quoted(TextSink& out, const std::string& text);
 // or a backslash; `end` if there is none.
 const char* find_escaped(const char* from, const char* end);
 
-// Whether a backslash and this letter are what is written for some byte.
+// Whether some byte is written as a backslash and this letter.
 bool is_short_escape(char letter);
 
 }  // namespace zedipc

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: MIT
+// The tolerant reader. What it lets pass (no commas or one too many, members without a
+// value, numbers without digits, "fals", raw control bytes) is behaviour, and so is what
+// it leaves in a value when it fails.
 #include <cstdlib>
 #include <cstring>
 #include <tuple>
@@ -20,7 +23,7 @@ bool is_white_space(char byte) {
   return byte == ' ' || byte == '\r' || byte == '\n' || byte == '\t';
 }
 
-// Which bytes go on with a string in quotes.
+// The bytes that a quoted string just goes on with.
 struct OrdinaryBytes {
   bool of[256] = {};
   constexpr OrdinaryBytes() {
@@ -46,19 +49,19 @@ const char* skip_ordinary(const char* from) {
 
 }  // namespace
 
-// One pass over one text. The values whose end has not been reached wait on a
-// stack of our own, so that nesting takes no stack of the thread's.
+// One pass over one text. Containers whose end has not been reached wait on a stack of
+// our own, so that nesting takes none of the thread's.
 struct JSObject::Parser {
   enum Outcome {
     kFailed,   // the text stopped making sense
     kNothing,  // no value begins here, and nothing was consumed
-    kDone,     // a whole value was read, and the white space behind it
+    kDone,     // a whole value was read, and the white space after it
     kOpened,   // a container was begun, and its first child begins here
   };
 
   const char* at;
-  // A "fals" at the very end counts five bytes although the fifth is the
-  // terminator. `at` stays on the terminator then, and this holds the difference.
+  // A "fals" at the very end counts as five bytes although the fifth is the terminator.
+  // `at` stays on the terminator then, and this holds the difference.
   int behind_end = 0;
   SmallStack<JSObject*> open;
 
@@ -93,6 +96,7 @@ struct JSObject::Parser {
 
   // Reads a scalar, or the beginning of a container.
   Outcome begin(JSObject& value) {
+    // What a null value still holds from another time stays, and mixes with what is read.
     if (value.kind() != kNull) {
       value.members_.clear();
       value.elements_.clear();
@@ -110,6 +114,7 @@ struct JSObject::Parser {
     }
   }
 
+  // Words need no end. An unknown one leaves the value as it is.
   Outcome word(JSObject& value) {
     if (std::strncmp(at, "true", 4) == 0) {
       value = true;
@@ -117,7 +122,7 @@ struct JSObject::Parser {
     } else if (std::strncmp(at, "fals", 4) == 0) {
       value = false;
       at += 4;
-      // Whatever stands in the place of the last letter goes with it.
+      // The last letter is not looked at: whatever stands in its place is skipped.
       if (*at == '\0') {
         behind_end = 1;
       } else {
@@ -132,6 +137,7 @@ struct JSObject::Parser {
     return done();
   }
 
+  // One that is cut off leaves the old text under the new kind.
   Outcome string(JSObject& value) {
     value.setKind(kString);
     Quoted text;
@@ -140,7 +146,7 @@ struct JSObject::Parser {
     return done();
   }
 
-  // What stands between two quotes.
+  // The text between two quotes.
   struct Quoted {
     const char* begin;
     std::size_t size;
@@ -153,7 +159,7 @@ struct JSObject::Parser {
     }
   };
 
-  // Goes from one quote to behind the other; false, without a step, if there is none.
+  // Moves from one quote past the other; false, without moving, if there is none.
   bool quoted(Quoted& text) {
     const char* const begin = at + 1;
     const char* end = begin;
@@ -175,6 +181,7 @@ struct JSObject::Parser {
     while (is_digit(*at)) ++at;
   }
 
+  // Digits are not required anywhere: a lone minus is 0.
   Outcome number(JSObject& value) {
     const char* const begin = at;
     if (*at == '-') ++at;
@@ -196,7 +203,7 @@ struct JSObject::Parser {
     } else if (integer_length <= 18) {
       value = short_integer(begin);
     } else {
-      value = std::strtoll(begin, nullptr, 10);
+      value = std::strtoll(begin, nullptr, 10);  // beyond 64 bits all read alike
     }
     return done();
   }
@@ -234,8 +241,8 @@ struct JSObject::Parser {
     return done();
   }
 
-  // Goes on behind a child with this outcome, or begins, up to the next child that is
-  // opened, or to the array's end.
+  // Goes on after a child with this outcome, or begins, until a child is a container or the
+  // array ends. Only just before the bracket an element may be missing; it is null.
   Outcome elements(JSObject& array, Outcome outcome) {
     if (outcome == kOpened) outcome = element(array);
     for (;; outcome = element(array)) {
@@ -250,7 +257,7 @@ struct JSObject::Parser {
 
   Outcome element(JSObject& array) { return begin(array.elements_.emplace_back()); }
 
-  // The same for an object.
+  // The same for an object, in which any member may have no value.
   Outcome members(JSObject& object, Outcome outcome) {
     if (outcome == kOpened) outcome = member(object);
     for (;; outcome = member(object)) {
@@ -271,7 +278,7 @@ struct JSObject::Parser {
     return begin(place_for(object.members_, key));
   }
 
-  // The end is the place for keys in ascending order, which our own writer sends.
+  // Keys in ascending order, as our own writer sends them, belong at the end.
   static JSObject& place_for(std::map<std::string, JSObject>& members, const Quoted& key) {
     const auto place = [&members](auto... text) -> JSObject& {
       return members

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// A stack for walking nested values: shallow walks stay on the thread's stack,
-// deep ones go on in memory, so that nesting never costs more than a fixed amount
-// of stack.
+// A stack for walking nested values: shallow walks stay on the thread's stack, deep
+// ones go on in the heap, so that nesting never costs more than a fixed amount of the
+// thread's stack.
 #pragma once
 
 #include <array>
@@ -33,7 +33,7 @@ class SmallStack {
   }
 
  private:
-  std::array<T, kInline> inline_;  // filled as far as size_ says
+  std::array<T, kInline> inline_;  // the first `size_` are in use
   std::vector<T> overflow_;
   std::size_t size_ = 0;
 };

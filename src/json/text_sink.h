@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Text on its way to the end of a string. It gathers on the stack first, so that a
-// short text costs one allocation of the right size, and a long one few.
+// Appends text to a string. It gathers on the stack first, so that a short text costs
+// one allocation of the right size, and a long one only a few.
 #pragma once
 
 #include <cstddef>
@@ -11,14 +11,14 @@ namespace zedipc {
 
 class TextSink {
  public:
-  // What may be asked of `room` at once.
+  // The most that `room` can give at once.
   static constexpr std::size_t kRoom = 1024;
 
   explicit TextSink(std::string& out) : out_(out) {}
   TextSink(const TextSink&) = delete;
   TextSink& operator=(const TextSink&) = delete;
 
-  // Gives a place for `size` bytes; `advance` says how far it was filled.
+  // Gives a place for `size` bytes; tell `advance` how far it was filled.
   char* room(std::size_t size) {
     if (static_cast<std::size_t>(buffer_ + sizeof buffer_ - end_) < size) flush();
     return end_;
@@ -39,7 +39,7 @@ class TextSink {
     advance(to + 1);
   }
 
-  // Nothing reaches the string without it.
+  // Appends what has gathered. Without a last call the text is cut off.
   void flush() {
     out_.append(buffer_, static_cast<std::size_t>(end_ - buffer_));
     end_ = buffer_;

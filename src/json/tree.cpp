@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Copying and destroying: by recursion down to a limit, by a walk below it.
 #include "json/tree.h"
 
 #include <cstring>
@@ -13,13 +14,13 @@ namespace {
 
 constexpr int kRecursionLimit = 16;
 
-// Levels of the recursion that this thread is in. The model makes it as cheap as a
-// plain variable; it costs every process four bytes for each thread.
+// The levels of recursion that this thread is in. The model makes it as cheap as a plain
+// variable, and costs every process four bytes for each thread.
 thread_local int recursion_level __attribute__((tls_model("initial-exec"))) = 0;
 
 }  // namespace
 
-// Counts one level for its own life.
+// Counts one level for as long as it lives.
 struct JSObject::Depth {
   Depth() { ++recursion_level; }
   ~Depth() { --recursion_level; }
@@ -89,8 +90,8 @@ void JSObject::Tree::copy_children(JSObject& to, const JSObject& from) {
   }
 }
 
-// Goes down to a last child, removes it, and finds its way back up by a pointer
-// kept in the places of the dying values themselves.
+// Goes down to a last child, removes it, and finds the way back up by pointers that it
+// keeps in the dying values themselves, in the place of their doubles.
 void JSObject::Tree::clear(JSObject& value) noexcept {
   set_parent(value, nullptr);
   JSObject* current = &value;

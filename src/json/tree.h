@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copying and destroying nested values in bounded stack. Real messages nest a few
 // levels deep, and the containers' own recursion is the fastest way through those;
-// what lies deeper is walked without recursion.
+// deeper ones are walked without recursion.
 #pragma once
 
 #include <zedipc/jsobject.h>

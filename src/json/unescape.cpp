@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Undoes the escapes of a string in one pass, in place.
 #include "json/unescape.h"
 
 #include <cstdlib>
@@ -7,14 +8,15 @@ namespace zedipc {
 
 namespace {
 
-// The number in `count` (at most four) bytes, as far as they are digits.
+// The number in `count` (at most four) bytes, up to the first that strtoul does not take.
+// It takes a sign and leading blanks, and that is behaviour.
 unsigned long read_digits(const char* from, std::size_t count, int base) {
   const std::string digits(from, count);
   return std::strtoul(digits.c_str(), nullptr, base);
 }
 
-// Writes one UTF-16 unit as UTF-8 and gives the place behind it. The halves of a
-// surrogate pair become a sequence each.
+// Writes one UTF-16 unit as UTF-8 and gives the end of it. The halves of a surrogate pair
+// become a sequence of three bytes each, on purpose.
 char* write_utf8(char* to, unsigned long unit) {
   const auto tail = [](unsigned long bits) { return static_cast<char>(0x80 | (bits & 0x3F)); };
   if (unit < 0x80) {
@@ -50,8 +52,8 @@ char single_escape(char letter) {
 
 }  // namespace
 
-// No escape is shorter than what it stands for, so the text can be overwritten
-// from its start while it is read.
+// No escape is shorter than what it stands for, so the text can be overwritten from its
+// start while it is read.
 void unescape_string(std::string& text) {
   const char* from = text.data();
   const char* const end = from + text.size();
@@ -62,7 +64,7 @@ void unescape_string(std::string& text) {
       continue;
     }
     const char letter = from[1];
-    const auto behind = end - from - 2;  // bytes behind the letter
+    const auto behind = end - from - 2;  // bytes after the letter
     if (letter >= '0' && letter <= '7' && behind >= 2) {
       *to++ = static_cast<char>(read_digits(from + 1, 3, 8));
       from += 4;

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+// Access, conversions, and the value that stands for what is not there. Most of what a value
+// held as another kind stays in it, on purpose: a later lookup brings old members back.
 #include <strings.h>
 
 #include <cstdlib>
@@ -14,7 +16,7 @@ JSObject JSObject::NullObject;
 
 const char* JSObject::getVersion() {
   static const char kBanner[] = "$VER libzedjson 1.18.0 Apr 30 2021 09:42:01";
-  return kBanner + sizeof "$VER " - 1;  // by that tools find the banner in a file
+  return kBanner + sizeof "$VER " - 1;  // tools find the banner in a file by these letters
 }
 
 JSObject& JSObject::operator=(const JSObject& other) {
@@ -38,8 +40,8 @@ void JSObject::becomeArray() {
   setKind(kArray);
 }
 
-// Looked at first, so that threads that only read do not write the same cache
-// line over and over.
+// Looks before it writes, so that threads that only read do not pass a cache line to and
+// fro.
 JSObject& JSObject::missing() {
   if (NullObject.kind() != kNull) NullObject.setKind(kNull);
   return NullObject;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Writes a value as compact text, members in the order of their keys.
 #include <charconv>
 
 #include <zedipc/jsobject.h>
@@ -12,7 +13,7 @@ namespace zedipc {
 
 namespace {
 
-constexpr std::size_t kIntegerText = 11;  // the lowest one, with its sign
+constexpr std::size_t kIntegerText = 11;  // the lowest integer, with its sign
 
 void put_integer(TextSink& out, std::int32_t number) {
   char* const to = out.room(kIntegerText);
@@ -25,8 +26,8 @@ void put_double(TextSink& out, double number) {
 
 }  // namespace
 
-// One walk over one value. The containers that have not been closed wait on a stack of
-// our own, so that nesting takes no stack of the thread's.
+// One walk over one value. Containers that are not closed yet wait on a stack of our own,
+// so that nesting takes none of the thread's.
 struct JSObject::Writer {
   // A container, and how far it has been written.
   struct Open {
@@ -70,8 +71,8 @@ struct JSObject::Writer {
     open.push({&value, value.members_.begin(), 0});
   }
 
-  // Writes up to the next child that is a container. Null: there is none left, and this
-  // one has been closed.
+  // Writes up to the next child that is a container. Null if there is none left: the object
+  // is closed then.
   const JSObject* members(Open& object) {
     const auto& all = object.container->members_;
     while (object.member != all.end()) {
@@ -104,7 +105,7 @@ struct JSObject::Writer {
     return nullptr;
   }
 
-  // The string is complete up to here whenever the application's code runs.
+  // Whenever the application's code runs, the string is complete up to here.
   bool hidden(const std::string& key) {
     out.flush();
     return filter(key);

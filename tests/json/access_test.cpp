@@ -308,7 +308,7 @@ TEST(Resize, ExtendsWithNulls) {
   EXPECT_EQ(value.dump(), "[1,null,null]");
 }
 
-TEST(Resize, DropsTheElementsBehindTheSize) {
+TEST(Resize, DropsTheElementsAfterTheSize) {
   JSObject value = parsed("[1,2,3]");
   value.resize(1);
   EXPECT_EQ(value.dump(), "[1]");

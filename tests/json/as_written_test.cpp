@@ -27,8 +27,8 @@ void expect_written(const std::string& text) {
   ASSERT_EQ(parsed(text).dump(), text);
   const int size = static_cast<int>(text.size());
   EXPECT_EQ(written_size(text), size) << text;
-  for (const char* behind : {",", "]", "}", " ", ",\"to\":"}) {
-    EXPECT_EQ(written_size(text + behind), size) << text << behind;
+  for (const char* next : {",", "]", "}", " ", ",\"to\":"}) {
+    EXPECT_EQ(written_size(text + next), size) << text << next;
   }
 }
 

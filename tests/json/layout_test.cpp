@@ -65,7 +65,7 @@ TEST(Layout, HasTheKindFirstIn32Bits) {
   EXPECT_EQ(read_number(parsed("[]"), &Places::kind), 6);
 }
 
-TEST(Layout, HasTheBoolBehindTheKind) {
+TEST(Layout, HasTheBoolAfterTheKind) {
   EXPECT_TRUE(read_number(JSObject(true), &Places::bool_value));
   EXPECT_FALSE(read_number(JSObject(false), &Places::bool_value));
 }

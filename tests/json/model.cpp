@@ -20,7 +20,7 @@ class Reader {
       model.members.clear();
       model.elements.clear();
     }
-    std::size_t at = behind_space(from);
+    std::size_t at = after_space(from);
     bool ok = true;
     if (byte(at) == '"') {
       ok = string(model, at);
@@ -33,23 +33,23 @@ class Reader {
     } else if (!word(model, at)) {
       return static_cast<int>(at - from);
     }
-    return ok ? static_cast<int>(behind_space(at) - from) : kFailed;
+    return ok ? static_cast<int>(after_space(at) - from) : kFailed;
   }
 
  private:
-  // Everything behind the text is its terminator.
+  // Everything after the text is its terminator.
   [[nodiscard]] char byte(std::size_t at) const { return at < text_.size() ? text_[at] : '\0'; }
 
   static bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-  [[nodiscard]] std::size_t behind_space(std::size_t at) const {
+  [[nodiscard]] std::size_t after_space(std::size_t at) const {
     while (byte(at) == ' ' || byte(at) == '\t' || byte(at) == '\r' || byte(at) == '\n') ++at;
     return at;
   }
 
-  [[nodiscard]] std::size_t behind_comma(std::size_t at) const {
-    at = behind_space(at);
-    return byte(at) == ',' ? behind_space(at + 1) : at;
+  [[nodiscard]] std::size_t after_comma(std::size_t at) const {
+    at = after_space(at);
+    return byte(at) == ',' ? after_space(at + 1) : at;
   }
 
   [[nodiscard]] bool follows(std::size_t at, const std::string& word) const {
@@ -74,7 +74,7 @@ class Reader {
     return true;
   }
 
-  // From the quote at `at` to behind the closing one.
+  // From the quote at `at` to after the closing one.
   bool quoted(std::string& result, std::size_t& at) const {
     std::string raw;
     std::size_t i = at + 1;
@@ -160,12 +160,12 @@ class Reader {
 
   bool array(Model& model, std::size_t& at) {
     model.kind = Kind::kArray;
-    at = behind_space(at + 1);
+    at = after_space(at + 1);
     while (byte(at) != ']') {
       model.elements.emplace_back();
       const int length = value(model.elements.back(), at);
       if (length == kFailed) return false;
-      at = behind_comma(at + static_cast<std::size_t>(length));
+      at = after_comma(at + static_cast<std::size_t>(length));
       if (length == 0 && byte(at) != ']') return false;
     }
     ++at;
@@ -174,16 +174,16 @@ class Reader {
 
   bool object(Model& model, std::size_t& at) {
     model.kind = Kind::kObject;
-    at = behind_space(at + 1);
+    at = after_space(at + 1);
     while (byte(at) != '}') {
       std::string key;
       if (byte(at) != '"' || !quoted(key, at)) return false;
-      at = behind_space(at);
+      at = after_space(at);
       if (byte(at) != ':') return false;
       ++at;
       const int length = value(model.members[key], at);
       if (length == kFailed) return false;
-      at = behind_comma(at + static_cast<std::size_t>(length));
+      at = after_comma(at + static_cast<std::size_t>(length));
     }
     ++at;
     return true;

@@ -22,7 +22,7 @@ struct Model {
   std::map<std::string, Model> members;
   std::vector<Model> elements;
 
-  // The offset of the first byte behind the value and the white space around it, or -1.
+  // The offset of the first byte after the value and the white space around it, or -1.
   int parse(const std::string& text);
 
   // `hidden` may be null.

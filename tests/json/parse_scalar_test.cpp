@@ -202,7 +202,7 @@ TEST(ParseNumber, WithAnExponentIsADouble) {
   EXPECT_EQ(parsed("1e2").getInt(), 100);
 }
 
-TEST(ParseNumber, NeedsNoDigitsBehindAPoint) {
+TEST(ParseNumber, NeedsNoDigitsAfterAPoint) {
   expect_double("1.", 2, 1.0);
   expect_double("1.e2", 4, 100.0);
 }

@@ -68,7 +68,7 @@ TEST(ParseString, IsNotEndedByAnEscapedQuote) {
   EXPECT_EQ(unescaped("a\\\"b"), "a\"b");
 }
 
-TEST(ParseString, IsEndedByAQuoteBehindAnEscapedBackslash) { EXPECT_EQ(unescaped("a\\\\"), "a\\"); }
+TEST(ParseString, IsEndedByAQuoteAfterAnEscapedBackslash) { EXPECT_EQ(unescaped("a\\\\"), "a\\"); }
 
 TEST(ParseString, IsReadToItsEndWhateverItsLength) {
   for (std::size_t size = 0; size < 200; ++size) {
@@ -90,7 +90,7 @@ TEST(Unescape, KnowsTheShortEscapes) {
   EXPECT_EQ(unescaped("\\\"\\\\\\/"), "\"\\/");
 }
 
-TEST(Unescape, GivesTheByteBehindTheBackslashForAnyOther) {
+TEST(Unescape, GivesTheByteAfterTheBackslashForAnyOther) {
   EXPECT_EQ(unescaped("\\q\\a\\v\\8\\9\\x41\\U0041\\N\\ \\\xFF"), "qav89x41U0041N \xFF");
   EXPECT_EQ(unescaped("a\\\nb"), "a\nb");
 }
@@ -129,7 +129,7 @@ TEST(Unescape, GivesANulByteForACodeOfZero) {
   EXPECT_EQ(unescaped("\\u0000"), bytes("\0"));
 }
 
-TEST(Unescape, LosesTheBytesBehindTheHexadecimalDigits) {
+TEST(Unescape, LosesTheBytesAfterTheHexadecimalDigits) {
   EXPECT_EQ(unescaped("\\u41xyz"), "Az");
   EXPECT_EQ(unescaped("\\u41 yz"), "Az");
   EXPECT_EQ(unescaped("\\uzzzz!"), bytes("\0!"));
@@ -161,7 +161,7 @@ TEST(Unescape, LosesTheUpperBitsOfAnOctalNumber) {
   EXPECT_EQ(unescaped("\\400"), bytes("\0"));
 }
 
-TEST(Unescape, LosesTheBytesBehindTheOctalDigits) {
+TEST(Unescape, LosesTheBytesAfterTheOctalDigits) {
   EXPECT_EQ(unescaped("\\0ab"), bytes("\0"));
   EXPECT_EQ(unescaped("\\18z!"), "\x01!");
   EXPECT_EQ(unescaped("\\12z"), "\n");

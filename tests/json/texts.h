@@ -12,7 +12,7 @@
 namespace zedipc::test {
 
 // Parses from a heap buffer that ends with the terminator, so that a sanitizer sees any
-// read behind it.
+// read beyond it.
 inline int parse(JSObject& value, const std::string& text) {
   const std::unique_ptr<char[]> buffer(new char[text.size() + 1]);
   std::memcpy(buffer.get(), text.c_str(), text.size() + 1);
