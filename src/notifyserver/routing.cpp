@@ -47,8 +47,9 @@ void notify_observers(const Notification& n, const Registration& row) {
   for (IPC* const observer : server.observers) send(observer, text);
 }
 
+// The names differ for nearly all rows, and so do their hashes; a removed row has no session.
 bool is_called(const Registration& row, const Notification& n) {
-  return row.name_hash == n.name_hash && row.notification == n.notification;
+  return row.name_hash == n.name_hash && row.ipc != nullptr && row.notification == n.notification;
 }
 
 // Each session gets the text once; observers hear of each row.
@@ -61,7 +62,6 @@ void broadcast(const Notification& n, const std::string& received_text) {
   }
   std::set<IPC*> served;
   for (const Registration& row : server.registrations.rows()) {
-    if (row.ipc == nullptr) continue;
     void* const address = row.ipc;
     if (row.remote && n.outbound_blocked) {
       ZEDIPC_SERVER_LOG(kLogNote,
@@ -94,7 +94,6 @@ const Registration* find_best(const Notification& n) {
   const Registration* best = nullptr;
   std::int32_t best_priority = std::numeric_limits<std::int32_t>::min();
   for (const Registration& row : server.registrations.rows()) {
-    if (row.ipc == nullptr) continue;
     if (row.remote && n.outbound_blocked) {
       ZEDIPC_SERVER_LOG(kLogNote,
                         "handle_client(): unicast notification '%s' to '%s' (ipc=%p) blocked by "
