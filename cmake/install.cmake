@@ -6,12 +6,16 @@ include(CMakePackageConfigHelpers)
 
 set(ZEDIPC_UNIT_DIR lib/systemd/system CACHE STRING "Where the systemd unit is installed")
 
-# Relative, so that it follows `cmake --install --prefix`; but what is installed below /usr
-# has its settings in /etc.
-set(sysconfdir ${CMAKE_INSTALL_SYSCONFDIR})
-if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
-  set(sysconfdir ${CMAKE_INSTALL_FULL_SYSCONFDIR})
-endif()
+# What names folders is written when it is installed.
+install(CODE "
+  set(zedipc_source \"${CMAKE_CURRENT_SOURCE_DIR}\")
+  set(zedipc_build \"${CMAKE_CURRENT_BINARY_DIR}\")
+  set(zedipc_version ${PROJECT_VERSION})
+  set(zedipc_bindir \"${CMAKE_INSTALL_BINDIR}\")
+  set(zedipc_libdir \"${CMAKE_INSTALL_LIBDIR}\")
+  set(zedipc_includedir \"${CMAKE_INSTALL_INCLUDEDIR}\")
+  set(zedipc_sysconfdir \"${CMAKE_INSTALL_SYSCONFDIR}\")
+  include(\"${CMAKE_CURRENT_SOURCE_DIR}/cmake/install_named.cmake\")" ALL_COMPONENTS)
 
 # ---- The library
 
@@ -25,18 +29,8 @@ install(DIRECTORY include/zedipc TYPE INCLUDE COMPONENT dev FILES_MATCHING PATTE
 
 # ---- How other builds find it
 
-# The pkg-config file names folders below ${prefix}, so that it can be relocated, unless
-# they are elsewhere.
-set(pc_libdir ${CMAKE_INSTALL_LIBDIR})
-set(pc_includedir ${CMAKE_INSTALL_INCLUDEDIR})
-foreach(dir IN ITEMS pc_libdir pc_includedir)
-  if(NOT IS_ABSOLUTE ${${dir}})
-    set(${dir} "\${prefix}/${${dir}}")
-  endif()
-endforeach()
-configure_file(packaging/zedipc.pc.in zedipc.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zedipc.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+install(CODE "zedipc_install_configured(packaging/zedipc.pc.in
+  \"${CMAKE_INSTALL_LIBDIR}/pkgconfig\")" COMPONENT dev)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zedipc)
 install(EXPORT zedipc_targets NAMESPACE zedipc:: FILE zedipc-targets.cmake
@@ -88,13 +82,18 @@ install(FILES tools/wireshark/zedipc.lua
 # ---- The command, and the server that it is
 
 if(ZEDIPC_BUILD_TOOLS)
+  # The command finds the library that is installed beside it, whatever the prefix is.
+  cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_FULL_BINDIR}
+    OUTPUT_VARIABLE libdir_from_bindir)
+  set_target_properties(zedipc_command PROPERTIES INSTALL_RPATH $ORIGIN/${libdir_from_bindir})
   install(TARGETS zedipc_command RUNTIME COMPONENT tools)
+  install(CODE "zedipc_forget_run_path(zedipc)" COMPONENT tools)
   zedipc_install_manual(tools zedipc.1 zedipc-rules.5)
   install(FILES tools/zedipc/zedipc.bash-completion
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
     RENAME zedipc COMPONENT tools)
-  configure_file(packaging/systemd/zedipc.service.in zedipc.service @ONLY)
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zedipc.service
-    DESTINATION ${ZEDIPC_UNIT_DIR} COMPONENT tools)
-  install(FILES packaging/rules DESTINATION ${sysconfdir}/zedipc COMPONENT tools)
+  install(CODE "zedipc_install_configured(packaging/systemd/zedipc.service.in
+      \"${ZEDIPC_UNIT_DIR}\")
+    file(INSTALL \"${CMAKE_CURRENT_SOURCE_DIR}/packaging/rules\" DESTINATION \${sysconfdir}/zedipc)"
+    COMPONENT tools)
 endif()

@@ -58,7 +58,8 @@ int main(int argc, char** argv) {
   // The name under which this process receives. Should the server go away and return,
   // the library connects again and registers again; nothing here has to care.
   zedipc::ipcSetAppID(name);
-  if (zedipc::ipcRegisterNotificationCB(kNotification, on_notification, name, priority) != 0) {
+  if (zedipc::ipcRegisterNotificationCB(kNotification, on_notification, name, priority) !=
+      zedipc::kNotifyDone) {
     std::fprintf(stderr, "%s: cannot register for %s: %s\n", name, kNotification,
                  example::no_server().c_str());
     return example::kFailed;

@@ -30,7 +30,7 @@ void on_delivery(void* /*data*/, const std::string& from, const std::string& to,
 }
 
 std::string reason(int result) {
-  if (result == -3) {
+  if (result == zedipc::kNotifyRemoteObserver) {
     return "only a process on the server's own machine may observe, and NOTIFY_SERVER is \"" +
            example::server_host() + "\". Make it 127.0.0.1 or localhost, or unset it.";
   }
@@ -49,7 +49,7 @@ int main(int argc, char** /*argv*/) {
 
   // An observer needs no name of its own.
   const int result = zedipc::ipcRegisterObserver(on_delivery);
-  if (result != 0) {
+  if (result != zedipc::kNotifyDone) {
     std::fprintf(stderr, "monitor: cannot observe: %s\n", reason(result).c_str());
     return example::kFailed;
   }

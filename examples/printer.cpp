@@ -49,8 +49,8 @@ bool send(const std::string& to, const std::string& notification, const std::str
   }
   std::printf("printer: sending %s to %s: %s\n", notification.c_str(), to.c_str(),
               parameter.dump().c_str());
-  // 0 says that the server was told, not that anybody took it.
-  if (zedipc::ipcNotify(to, notification, parameter) != 0) {
+  // It was written to the server; whether anybody takes it is another matter.
+  if (zedipc::ipcNotify(to, notification, parameter) != zedipc::kNotifyDone) {
     std::fprintf(stderr, "printer: cannot send %s to %s: %s\n", notification.c_str(), to.c_str(),
                  example::no_server().c_str());
     return false;
@@ -100,8 +100,8 @@ void on_last(void* /*data*/, const std::string& /*from*/, const std::string& /*t
 bool all_settled() {
   const std::string self = "printer." + std::to_string(getpid());
   const bool settled =
-      zedipc::ipcRegisterNotificationCB(kLast, on_last, nullptr, 0, self) == 0 &&
-      zedipc::ipcNotify(self, kLast) == 0 &&
+      zedipc::ipcRegisterNotificationCB(kLast, on_last, nullptr, 0, self) == zedipc::kNotifyDone &&
+      zedipc::ipcNotify(self, kLast) == zedipc::kNotifyDone &&
       came_back.get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready;
   zedipc::ipcUnregisterNotificationCB(kLast, on_last, nullptr, self);
   return settled;

@@ -67,7 +67,7 @@ inline std::string cannot_listen(const std::string& program, const std::string& 
          "than 107 bytes. Take another name.\n";
 }
 
-// What a result of -1 nearly always means.
+// What kNotifyNotConnected nearly always means.
 inline std::string no_server() {
   return "no notification server answers at " + server_host() +
          ", port 5899. Start the program 'server', or name its host in NOTIFY_SERVER.";

@@ -16,11 +16,11 @@ namespace {
 
 const char* reason(int result) {
   switch (result) {
-    case -3:
+    case zedipc::kServerNotStarted:
       return "port 5899 cannot be opened. Most likely another server runs already.";
-    case -4:
+    case zedipc::kServerNoRuleFile:
       return "the rule file cannot be opened. Check its name and permissions.";
-    case -5:
+    case zedipc::kServerBadRuleFile:
       return "the rule file has a line that is no rule. A rule is 'in' or 'out' and three "
              "patterns: from, to, notification.";
     default:

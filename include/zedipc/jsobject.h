@@ -36,14 +36,21 @@ namespace zedipc {
 /// Integers have 32 bits on every host; any other number is a double. Keys are
 /// kept, and written, in ascending order of their bytes.
 ///
+/// NaN and infinities have no text in JSON. They are written as printf writes
+/// them ("nan", "inf", "-nan", "-inf"), and no text that holds one reads back: on
+/// its own it reads as nothing, or as 0 if it has a sign; in an object or array
+/// it makes `parse` fail there, and what comes after it is lost.
+///
 /// An instance holds a place for every kind at once. Assigning a scalar sets
 /// the kind and that one place and leaves the others: a former object that was
 /// assigned a string still holds its members, `exists` still finds them, and a
 /// later non-const `operator()` turns the value back into that object.
 ///
-/// Threads: an instance has no lock. Several threads may read one instance
-/// through const operations; everything else, the non-const `operator()` and
-/// `operator[]` included, is a write and needs the caller's own lock.
+/// Threads: an instance has no lock. Several threads may read one instance, and
+/// `NullObject` too, through const operations; everything else, the non-const
+/// `operator()` and `operator[]` included, is a write and needs the caller's own
+/// lock. A write to `NullObject` also races with every lookup that misses on
+/// another thread.
 ///
 /// Errors: nothing is reported. What cannot be converted gives the zero of its
 /// type. Only the standard library's exceptions pass through (no memory, a null
@@ -56,9 +63,12 @@ class ZEDIPC_EXPORT JSObject {
   /// Chooses members for `logdump`: gets the plain key, gives true to hide it.
   using Filter = bool (*)(const std::string& key);
 
-  /// What stands for anything that is not there. Each lookup that misses makes
-  /// it null again. Writing to it is possible and has no lasting effect; it is
-  /// shared by all threads.
+  /// What stands for anything that is not there: one null value, which the whole
+  /// process shares and nobody should write to. What is written all the same, by
+  /// name or through a negative index, shows on every thread, also through
+  /// references that lookups gave before, until the next lookup that misses, on
+  /// any thread, sets its kind back to null. The kind alone: a text, members and
+  /// elements stay in it, where `exists` and copies find them.
   static JSObject NullObject;
 
   /// A null value.

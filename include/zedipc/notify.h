@@ -118,6 +118,8 @@ ZEDIPC_EXPORT std::string ipcGetAppID();
 /// @param parameter any value. A message whose text exceeds 524288 bytes, about
 ///   25 of which the server needs for itself, is lost without a word; one that
 ///   only its receiver finds too long also costs the receiver its connection.
+///   A message with a NaN or an infinity in its parameter is not JSON, and the
+///   server ignores it without a word.
 /// @param flags passed through; no bit has a meaning to the service
 /// @param from the sender's name; "" for the one set by `ipcSetAppID`
 /// @return `kNotifyDone` if it was written to the server, which says nothing of
@@ -150,7 +152,8 @@ ZEDIPC_EXPORT int ipcRegisterNotificationCB(const std::string& notification,
 /// @param cb the callback; null for all of them, whatever their data
 /// @param data the data; null for any
 /// @param to the name that it was registered under; "" for the one set by
-///   `ipcSetAppID`
+///   `ipcSetAppID`. After a change of that one, what was registered before is not
+///   found and stays, and the result is `kNotifyDone` all the same.
 /// @return `kNotifyDone`; `kNotifyNotConnected` if there is no connection (nothing is
 ///   removed then) or if the server could not be told (the callbacks are removed
 ///   all the same); `kNotifyNoName` if there is no name to look for

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <optional>
 
 #include "ipc/ipc_private.h"
 #include "ipc/socket.h"
@@ -34,7 +35,7 @@ bool IPC::error() { return d->error_flag.load(std::memory_order_relaxed); }
 
 bool IPC::is_server() { return d->listener.load(std::memory_order_relaxed); }
 
-int IPC::getFD() const { return d->fd.load(std::memory_order_relaxed); }
+int IPC::getFD() const { return d->fd.load(std::memory_order_acquire); }
 
 const char* IPC::remote_addr() const { return d->remote_addr; }
 
@@ -70,7 +71,7 @@ bool IPC::poll_in(int timeout_msec) {
 
 void IPC::close() {
   const std::lock_guard<std::mutex> closing(close_mutex);
-  const int fd = d->fd.load(std::memory_order_relaxed);
+  const int fd = d->fd.load(std::memory_order_acquire);
   if (fd == -1) return;
   // Ends whatever other threads are blocked in, so that they let go of the locks.
   ::shutdown(fd, SHUT_RDWR);
@@ -106,7 +107,7 @@ bool IPC::IpcPrivate::require_buffer(const char* operation, const void* data, in
 
 bool IPC::IpcPrivate::require_connection(const char* operation) {
   const char* problem = nullptr;
-  if (fd.load(std::memory_order_relaxed) == -1) {
+  if (fd.load(std::memory_order_acquire) == -1) {
     problem = "no connection";
   } else if (listener.load(std::memory_order_relaxed)) {
     problem = "not allowed for listener";
@@ -140,29 +141,62 @@ bool IPC::IpcPrivate::write(const void* data, int size) {
   return true;
 }
 
+// Tells the dispatcher, at the end of a read, that what it announced was read.
+class IPC::IpcPrivate::Rearming {
+ public:
+  explicit Rearming(IpcPrivate& channel) : channel_(channel) {}
+  ~Rearming() {
+    // The bit before the wake-up, so that the pass that follows sees it.
+    channel_.cb_state.fetch_or(CB_ARMED, std::memory_order_relaxed);
+    notify_cb_thread(false);
+  }
+  Rearming(const Rearming&) = delete;
+  Rearming& operator=(const Rearming&) = delete;
+
+ private:
+  IpcPrivate& channel_;
+};
+
 int IPC::IpcPrivate::read(void* data, int size, int timeout_msec, int next_timeout_msec,
                           bool rearm) {
   const std::lock_guard<std::mutex> lock(read_mutex);
+  std::optional<Rearming> rearming;
+  if (rearm) rearming.emplace(*this);
   const bool valid = require_buffer("read", data, size);
   const bool connected = require_connection("read");
-  int count = 0;
-  if (valid && connected) count = read_locked(data, size, timeout_msec, next_timeout_msec);
-  if (rearm) {
-    // The bit before the wake-up, so that the pass that follows sees it.
-    cb_state.fetch_or(CB_ARMED, std::memory_order_relaxed);
-    notify_cb_thread(false);
+  return valid && connected ? read_locked(data, size, timeout_msec, next_timeout_msec) : 0;
+}
+
+int IPC::IpcPrivate::read(GrowingBuffer& buffer, int size, int timeout_msec) {
+  const std::lock_guard<std::mutex> lock(read_mutex);
+  int room = buffer.grow(0, size);
+  const Rearming rearming(*this);
+  if (!require_connection("read")) return 0;
+  for (int filled = 0;; room = buffer.grow(filled, size)) {
+    char* const next = static_cast<char*>(buffer.data()) + filled;
+    filled += read_locked(next, room - filled, timeout_msec, timeout_msec);
+    if (filled < room || room == size) return filled;
   }
-  return count;
 }
 
 struct IPC::IpcPrivate::Transfer {
   char* next;
   int remaining;
   int timeout_msec;
+  int flags;  // of recv
 };
 
+int IPC::IpcPrivate::peek(void* data, int size, int timeout_msec) {
+  const std::lock_guard<std::mutex> lock(read_mutex);
+  if (!require_connection("read")) return 0;
+  Transfer transfer{static_cast<char*>(data), size, timeout_msec, MSG_PEEK};
+  while (transfer.remaining == size && read_step(transfer) == Step::kGoOn) {
+  }
+  return size - transfer.remaining;
+}
+
 int IPC::IpcPrivate::read_locked(void* data, int size, int timeout_msec, int next_timeout_msec) {
-  Transfer transfer{static_cast<char*>(data), size, timeout_msec};
+  Transfer transfer{static_cast<char*>(data), size, timeout_msec, 0};
   while (transfer.remaining > 0) {
     const int before = transfer.remaining;
     if (read_step(transfer) == Step::kEnd) break;
@@ -188,7 +222,7 @@ IPC::IpcPrivate::Step IPC::IpcPrivate::read_step(Transfer& transfer) {
     return Step::kEnd;
   }
   const ssize_t received =
-      ::recv(pf.fd, transfer.next, static_cast<std::size_t>(transfer.remaining), 0);
+      ::recv(pf.fd, transfer.next, static_cast<std::size_t>(transfer.remaining), transfer.flags);
   if (received == -1) {
     if (errno == EINTR) return Step::kGoOn;
     note_failure("read", "recv()", errno);
@@ -269,9 +303,16 @@ bool IPC::IpcPrivate::await_input(int timeout_msec) {
   }
 }
 
-void IPC::IpcPrivate::socket_ready() {
-  const int before = cb_state.fetch_and(~CB_LOCKED, std::memory_order_relaxed);
+void IPC::IpcPrivate::publish_socket(int socket) {
+  fd.store(socket, std::memory_order_release);
+  const int before = cb_state.fetch_and(~CB_LOCKED, std::memory_order_release);
   if ((before & CB_REGISTERED) != 0) notify_cb_thread(true);
+}
+
+// The channel stays locked: peers are taken with accept, and no callback tells of them.
+void IPC::IpcPrivate::publish_listener(int socket) {
+  listener.store(true, std::memory_order_relaxed);
+  fd.store(socket, std::memory_order_release);
 }
 
 }  // namespace zedipc

@@ -155,7 +155,7 @@ void serve(Private* d, const Private::cb_thread_data& entry, const WatchSet& rea
   const auto [callback, data, ipc] = entry;
   const int fd = d->fd.load(std::memory_order_acquire);
   if (fd < 0) return;
-  const int state = d->cb_state.load(std::memory_order_relaxed);
+  const int state = d->cb_state.load(std::memory_order_acquire);
   if ((state & CB_LOCKED) != 0) {
     ZEDIPC_IPC_LOG(kLogDebug, "cb_thread(): callback %p is locked (ipc=%p, d=%p, cb_state=%d)!\n",
                    address(callback), static_cast<void*>(ipc), static_cast<void*>(d), state);
@@ -178,7 +178,7 @@ void serve(Private* d, const Private::cb_thread_data& entry, const WatchSet& rea
       ZEDIPC_IPC_LOG(kLogDebug,
                      "cb_thread(): callback %p temporary disabled (ipc=%p, d=%p, cb_state=%d)!\n",
                      address(callback), static_cast<void*>(ipc), static_cast<void*>(d),
-                     d->cb_state.load(std::memory_order_relaxed));
+                     d->cb_state.load(std::memory_order_acquire));
       return;
     case Private::Input::kEnd:
     case Private::Input::kFailure:
@@ -209,7 +209,7 @@ void watch_all(WatchSet& watched) {
   watched.clear();
   for (const auto& [d, entry] : *Private::cb_map) {
     const int fd = d->fd.load(std::memory_order_acquire);
-    const int state = d->cb_state.load(std::memory_order_relaxed);
+    const int state = d->cb_state.load(std::memory_order_acquire);
     ZEDIPC_IPC_LOG(
         kLogDebug, "cb_thread(): try to added fd=%d for callback %p (ipc=%p, d=%p, cb_state=%d)!\n",
         fd, address(entry.callback), static_cast<void*>(entry.ipc), static_cast<void*>(d), state);
@@ -287,7 +287,7 @@ void* IPC::IpcPrivate::cb_thread(void* /*unused*/) {
 IPC::IpcPrivate::Input IPC::IpcPrivate::take_input(int watched_fd) {
   const std::lock_guard<std::mutex> lock(read_mutex);
   if (fd.load(std::memory_order_acquire) != watched_fd) return Input::kClosed;
-  if ((cb_state.load(std::memory_order_relaxed) & CB_LOCKED) != 0) return Input::kClosed;
+  if ((cb_state.load(std::memory_order_acquire) & CB_LOCKED) != 0) return Input::kClosed;
   if (!poll_in_locked(0)) return Input::kNone;
   if ((cb_state.load(std::memory_order_relaxed) & CB_ARMED) == 0) return Input::kUnread;
   const bool failed = error_flag.load(std::memory_order_relaxed);

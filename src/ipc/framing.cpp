@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "ipc/ipc_private.h"
 
@@ -21,6 +22,7 @@ constexpr int kTagSize = 4;
 constexpr int kPieceTimeout = 10000;
 
 using Header = std::array<unsigned char, kHeaderSize>;
+using Id = std::array<unsigned char, 4>;
 
 void put_word(unsigned char* to, std::uint32_t word) {
   to[0] = static_cast<unsigned char>(word >> 24);
@@ -57,19 +59,47 @@ int payload_size_of(const Container& data) {
   return data.size() > kMaxPayload ? -1 : static_cast<int>(data.size());
 }
 
-// Reads the next header that begins with `msg_id`, looking at each byte of whatever
-// stands ahead of it. `timeout` is the wait for the first bytes.
-bool find_header(IPC::IpcPrivate& channel, unsigned int msg_id, Header& header, int timeout) {
-  int have = 0;
-  for (;;) {
-    const int missing = kHeaderSize - have;
-    unsigned char* const to = header.data() + have;
-    if (channel.read(to, missing, timeout, kPieceTimeout, false) != missing) return false;
-    if (get_word(header.data()) == msg_id) return true;
-    timeout = std::max(timeout, kPieceTimeout);
-    std::memmove(header.data(), &header[1], kHeaderSize - 1);
-    have = kHeaderSize - 1;
+// The first place at which the id can begin, as far as these bytes tell: after all of them
+// at the latest.
+int first_candidate(const unsigned char* bytes, int count, const Id& id) {
+  int at = 0;
+  while (std::memcmp(bytes + at, id.data(), std::min<std::size_t>(id.size(), count - at)) != 0) {
+    ++at;
   }
+  return at;
+}
+
+// Reads on from a header that does not begin with the id, to the end of the first header that
+// can. No byte after that one is taken: the channel's user may be waiting for it.
+bool skip_garbage(IPC::IpcPrivate& channel, const Id& id, Header& header, int timeout) {
+  constexpr int kOld = kHeaderSize - 1;
+  // Looked at in one go. It lies on the stack of callbacks, which may be small.
+  constexpr int kBlock = 2048;
+  std::array<unsigned char, kOld + kBlock + kHeaderSize> bytes;
+  std::memcpy(bytes.data(), &header[1], kOld);
+  // Each byte that is read has a line in a log of this level.
+  int count = 1;
+  if (!dbg_log_enabled(kLogDebug)) {
+    const int ahead = channel.peek(&bytes[kOld], kBlock, timeout);
+    if (ahead == 0) return false;
+    count = first_candidate(bytes.data(), kOld + ahead, id) + 1;
+  }
+  if (channel.read(&bytes[kOld], count, timeout, timeout, false) != count) return false;
+  std::memcpy(header.data(), &bytes[static_cast<std::size_t>(count) - 1], kHeaderSize);
+  return true;
+}
+
+// Reads the next header that begins with `msg_id`. `timeout` is the wait for the first bytes.
+bool find_header(IPC::IpcPrivate& channel, unsigned int msg_id, Header& header, int timeout) {
+  Id id;
+  put_word(id.data(), msg_id);
+  if (channel.read(header.data(), kHeaderSize, timeout, kPieceTimeout, false) != kHeaderSize) {
+    return false;
+  }
+  while (get_word(header.data()) != msg_id) {
+    if (!skip_garbage(channel, id, header, std::max(timeout, kPieceTimeout))) return false;
+  }
+  return true;
 }
 
 // Logs what is wrong with a size that is not accepted.
@@ -86,18 +116,50 @@ bool accept_size(const Header& header, int size_limit) {
   return true;
 }
 
+// What a payload may take before any of it has come, with the byte after a string's end.
+constexpr std::size_t kUnseen = 65536 - 1;
+
+// The buffer of the container that this thread reads into. The table of IpcBuffer is binary
+// interface, and has no place for what only these can do.
+thread_local GrowingBuffer* containers_buffer = nullptr;
+
 // A standard container as a receive buffer.
 template <typename Container>
-class BufferAdaptor : public IPC::IpcBuffer {
+class BufferAdaptor : public GrowingBuffer {
  public:
-  explicit BufferAdaptor(Container& container) : container_(container) {}
+  explicit BufferAdaptor(Container& container)
+      : container_(container), outer_(std::exchange(containers_buffer, this)) {}
+  ~BufferAdaptor() override { containers_buffer = outer_; }
+  BufferAdaptor(const BufferAdaptor&) = delete;
+  BufferAdaptor& operator=(const BufferAdaptor&) = delete;
+
   void clear() override { container_.clear(); }
   void resize(int size) override { container_.resize(static_cast<std::size_t>(size), 0); }
   void* data() override { return container_.empty() ? nullptr : &container_[0]; }
+  int grow(int filled, int size) override {
+    const std::size_t earned = std::max(kUnseen, 2 * static_cast<std::size_t>(filled));
+    container_.resize(std::min<std::size_t>(size, std::max(earned, container_.capacity())), 0);
+    return static_cast<int>(container_.size());
+  }
 
  private:
   Container& container_;
+  GrowingBuffer* const outer_;
 };
+
+// Reads the payload of a frame, into as much memory as it needs in the end, and gives how much
+// has come. A user's own buffer gets its size at once, and so does any where the log shows
+// each piece that is read and what is still to come of its size.
+int read_payload(IPC::IpcPrivate& channel, IPC::IpcBuffer& buffer, int size, int timeout) {
+  const bool small = static_cast<std::size_t>(size) <= kUnseen;
+  if (small || &buffer != containers_buffer || dbg_log_enabled(kLogDebug)) {
+    buffer.resize(size);
+    return size == 0 ? 0 : channel.read(buffer.data(), size, timeout, timeout, true);
+  }
+  const int read_bytes = channel.read(*containers_buffer, size, timeout);
+  if (read_bytes != size) buffer.resize(size);
+  return read_bytes;
+}
 
 }  // namespace
 
@@ -143,13 +205,11 @@ bool IPC::read_msg(unsigned int msg_id, int& msg_tag, IpcBuffer& buffer, int siz
   }
   const int size = payload_size(header);
   msg_tag = static_cast<std::int32_t>(get_word(&header[8]));
-  buffer.resize(size);
+  const int read_bytes = read_payload(*d, buffer, size, std::max(timeout_msec, kPieceTimeout));
   if (size == 0) {
     ZEDIPC_IPC_LOG(kLogDebug, "IPC::read_msg() -> size==0\n");
     return true;
   }
-  const int timeout = std::max(timeout_msec, kPieceTimeout);
-  const int read_bytes = d->read(buffer.data(), size, timeout, timeout, true);
   if (read_bytes != size) {
     ZEDIPC_IPC_LOG(kLogError, "IPC::read_msg() -> size!=read_bytes (%d!=%d)\n", size, read_bytes);
     return false;

@@ -27,7 +27,15 @@ enum CallbackState : int {
   CB_ARMED = 4,       // a call may be made: what the last one announced has been read
 };
 
-// The flags, the socket and cb_state are read by threads that hold no lock.
+// A receive buffer that takes more memory only as its bytes come.
+class GrowingBuffer : public IPC::IpcBuffer {
+ public:
+  // Makes room for more than the `filled` bytes of `size`; gives its length then.
+  virtual int grow(int filled, int size) = 0;
+};
+
+// The flags, the socket and cb_state are read by threads that hold no lock. A new socket is
+// published by `fd` and then, to the dispatcher, by CB_LOCKED, so these are acquired.
 class IPC::IpcPrivate {
  public:
   IpcPrivate() = default;
@@ -39,13 +47,20 @@ class IPC::IpcPrivate {
   virtual bool write(const void* data, int size);
   // `rearm` tells the dispatcher, on every way out, that what it announced was read.
   virtual int read(void* data, int size, int timeout_msec, int next_timeout_msec, bool rearm);
+  // The same into a buffer that grows, with one timeout and with `rearm`.
+  int read(GrowingBuffer& buffer, int size, int timeout_msec);
+  // Shows what a read would take next, as far as it has come, and takes nothing. Waits and
+  // fails as a read does; the result is 0 then.
+  int peek(void* data, int size, int timeout_msec);
   virtual bool poll_in(int timeout_msec);
   // Forgets the socket, without closing it, and all that belonged to it.
   virtual void close();
 
-  // Called when a socket has come to the channel. A dispatcher that watches the
-  // channel has taken the socket in when this returns.
-  void socket_ready();
+  // Give the channel a new socket, when everything else about it, the addresses above all,
+  // has been written: from here on other threads may use it. A dispatcher that knows the
+  // channel watches the socket when the first of them returns.
+  void publish_socket(int socket);
+  void publish_listener(int socket);
 
   std::atomic<bool> eof_flag{false};    // the peer ended the stream; sticky
   std::atomic<bool> error_flag{false};  // an operation failed; sticky
@@ -98,6 +113,7 @@ class IPC::IpcPrivate {
  private:
   // A read that is under way.
   struct Transfer;
+  class Rearming;
   enum class Step { kGoOn, kEnd };
 
   int read_locked(void* data, int size, int timeout_msec, int next_timeout_msec);

@@ -148,8 +148,7 @@ bool Pipe::listen(const char* name) {
   }
   pipe_private()->own_path(std::move(path));
   ZEDIPC_IPC_LOG(kLogDebug, "Pipe::listen(): listening on pipe %s, fd=%d\n", name, fd.get());
-  d->fd.store(fd.release(), std::memory_order_release);
-  d->listener.store(true, std::memory_order_relaxed);
+  d->publish_listener(fd.release());
   return true;
 }
 
@@ -157,25 +156,26 @@ bool Pipe::connect(const char* name) {
   const LogChannelScope scope(kLogIpc);
   close();
   if (!check_name("connect", name)) return false;
-  const int fd = make_socket("connect");
-  if (fd == -1) return false;
-  d->fd.store(fd, std::memory_order_release);
-  if (connect_to(fd, FileAddress(name)) == -1) {
-    close();  // which clears the flags too, since there is a socket
+  UniqueFd fd(make_socket("connect"));
+  if (!fd.valid()) return false;
+  if (connect_to(fd.get(), FileAddress(name)) == -1) {
+    // Without a socket close would leave the flags as they are; a failure here clears them.
+    d->fd.store(fd.release(), std::memory_order_release);
+    close();
     ZEDIPC_IPC_LOG(kLogError, "Pipe::connect(): connect() to %s failed\n", name);
     return false;
   }
-  const ucred peer = peer_credentials(fd);
+  const ucred peer = peer_credentials(fd.get());
   store_credentials(d->remote_addr, peer);
   d->local_addr[0] = '\0';
   if (peer.pid != 0) {
     ZEDIPC_IPC_LOG(kLogDebug,
                    "Pipe::connect(): connected to pipe %s (fd=%d) with pid=%d (uid=%u,gid=%u)!\n",
-                   name, fd, peer.pid, peer.uid, peer.gid);
+                   name, fd.get(), peer.pid, peer.uid, peer.gid);
   } else {
     ZEDIPC_IPC_LOG(kLogDebug, "Pipe::connect(): connected to pipe %s\n", name);
   }
-  d->socket_ready();
+  d->publish_socket(fd.release());
   return true;
 }
 
@@ -196,8 +196,7 @@ IPC* Pipe::accept(int timeout_msec) {
     ZEDIPC_IPC_LOG(kLogDebug, "Pipe::accept(): accepted new session on pipe %s (afd=%d)!\n",
                    path.c_str(), fd.get());
   }
-  session->d->fd.store(fd.release(), std::memory_order_release);
-  session->d->socket_ready();
+  session->d->publish_socket(fd.release());
   return session.release();
 }
 

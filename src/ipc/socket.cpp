@@ -26,7 +26,7 @@ int accept_socket(const IPC::IpcPrivate& channel, int timeout_msec, const char* 
                   sockaddr_storage* address) {
   for (;;) {
     // Looked at each time: another thread may close the listener meanwhile.
-    pollfd pf{channel.fd.load(std::memory_order_relaxed), POLLIN, 0};
+    pollfd pf{channel.fd.load(std::memory_order_acquire), POLLIN, 0};
     if (pf.fd == -1 || !channel.listener.load(std::memory_order_relaxed)) return -1;
     const int ready = ::poll(&pf, 1, timeout_msec);
     if (ready == -1 && errno == EINTR) continue;

@@ -186,8 +186,7 @@ bool TCP::listen(unsigned short port, const char* node) {
                  node == nullptr ? "any" : node, fd);
   store_local_address(d->local_addr, fd);
   d->remote_addr[0] = '\0';
-  d->fd.store(fd, std::memory_order_release);
-  d->listener.store(true, std::memory_order_relaxed);
+  d->publish_listener(fd);
   return true;
 }
 
@@ -219,8 +218,7 @@ bool TCP::connect(const char* host, unsigned short port, int timeout_msec) {
   ZEDIPC_IPC_LOG(kLogDebug, "TCP::connect(): connected to %s:%d (fd=%d)\n", host, port, fd);
   set_connection_options(fd);
   store_local_address(d->local_addr, fd);
-  d->fd.store(fd, std::memory_order_release);
-  d->socket_ready();
+  d->publish_socket(fd);
   return true;
 }
 
@@ -233,16 +231,14 @@ IPC* TCP::accept(int timeout_msec) {
   auto session = std::make_unique<TCP>();
   sockaddr_text(session->d->remote_addr, reinterpret_cast<const sockaddr*>(&storage));
   store_local_address(session->d->local_addr, fd.get());
-  session->d->fd.store(fd.release(), std::memory_order_release);
-  session->d->socket_ready();
+  session->d->publish_socket(fd.release());
   return session.release();
 }
 
 bool TCP::setFD(int fd) {
   const LogChannelScope scope(kLogIpc);
   close();
-  d->fd.store(fd, std::memory_order_release);
-  d->socket_ready();
+  d->publish_socket(fd);
   return true;
 }
 

@@ -1,19 +1,23 @@
 // SPDX-License-Identifier: MIT
+// The one instance of the client's state.
 #include "notifyclient/client_state.h"
 
-#include <type_traits>
+#include "base/never_destroyed.h"
 
 namespace zedipc {
 
-static_assert(std::is_trivially_destructible<ClientState>::value,
-              "threads of the client use it until the process has gone");
-ClientState client;
+namespace {
 
-bool current_app_id(std::string& id) {
-  const std::lock_guard<std::mutex> lock(client.change_lock);
-  if (client.app_id == nullptr) return false;
-  id = *client.app_id;
-  return !id.empty();
+NeverDestroyed<ClientState> state;
+
+}  // namespace
+
+Mutex table_lock;
+ClientState& client = *state;
+
+std::string current_app_id() {
+  const MutexLock lock(table_lock);
+  return client.app_id;
 }
 
 }  // namespace zedipc

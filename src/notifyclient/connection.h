@@ -1,45 +1,63 @@
 // SPDX-License-Identifier: MIT
-// The client's connection to the server, and the messages that go out on it.
+// The client's connection to the server, and what goes out on it.
 #pragma once
+
+#include <pthread.h>
 
 #include <cstdint>
 #include <string>
 
-#include <zedipc/ipc.h>
+#include <zedipc/tcp.h>
+
+#include "notifyclient/client_state.h"
+#include "notifyclient/returns.h"
 
 namespace zedipc {
 
-// Makes sure that there is a connection, blocking as long as the system's TCP does.
-// The caller does not hold table_lock.
+// A connection from its making to its end. Its reader frees it, unless it was given up: then
+// whoever made it does.
+struct Connection {
+  enum class Stage { kBeingMade, kInUse, kGivenUp };
+
+  TCP channel;
+  Returns returns{channel};
+  Stage stage GUARDED_BY(table_lock) = Stage::kBeingMade;
+  pthread_t reader{};
+};
+
+// Ends the socket under whoever reads or writes on it.
+void shut_down(const IPC& channel);
+
+// Makes sure that there is a connection, blocking as long as the system's TCP does. The
+// caller holds none of the client's locks.
 bool ensure_connected();
 
 struct SendResult {
   bool sent;
-  const char* reason;   // "", "NO IPC", "ERROR" or "EOF", for the log
-  const void* ipc;      // the connection used, for the log alone: it may be gone
-  std::uint32_t epoch;  // the connection's
+  const char* reason;  // "", "NO IPC", "ERROR" or "EOF", for the log
+  const void* ipc;     // the channel used, for the log alone: it may be gone
 };
 
-// In the place of a connection: the one that stands when the message is written.
-constexpr IPC* kCurrentConnection = nullptr;
+// In the place of a connection: the one in use when the message is written.
+constexpr Connection* kCurrentConnection = nullptr;
 
-// Writes one message on `connection`. Logs nothing; a failure leaves the connection to
-// its reader.
-SendResult send_to_server(IPC* connection, const std::string& message);
-// The same, and logs a failure as the function's.
-SendResult send_or_log(const char* function, IPC* connection, const std::string& message);
+// Writes one message. Logs nothing; a failure leaves the connection to its reader.
+SendResult send_to_server(Connection* connection, const std::string& message);
+SendResult write_message(IPC& channel, const std::string& message) REQUIRES(client.send_lock);
 
-// Tell the server of a group (to, notification) of this client. Log a failure.
-SendResult register_client(IPC* connection, const std::string& to, const std::string& notification,
-                           int priority);
-SendResult unregister_client(IPC* connection, const std::string& to,
-                             const std::string& notification);
+// Logs a failure, if it is one, as the function's.
+void log_failure(const char* function, const SendResult& result, const std::string& message);
+SendResult send_or_log(const char* function, Connection* connection, const std::string& message);
 
-// Handles what the server sends, until the connection is lost; then ends and deletes it.
-// Called on the one thread that reads from the connection.
-void serve_connection();
+// Tell the server of a group (to, notification) of this client, by a text that is there
+// already or by one that they make. Log a failure.
+bool tell_group(const char* function, Connection* connection, const std::string& message);
+bool register_client(Connection* connection, const std::string& to, const std::string& notification,
+                     std::int32_t priority);
+bool unregister_client(Connection* connection, const std::string& to,
+                       const std::string& notification);
 
 // The thread function of a connection's reader; see reader.cpp.
-void* reader_thread(void*);
+void* reader_thread(void* connection);
 
 }  // namespace zedipc

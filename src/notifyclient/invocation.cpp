@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
+// Threads for callbacks: each call gets one, and what it needs goes with it.
 #include "notifyclient/invocation.h"
-
-#include <pthread.h>
 
 #include <memory>
 #include <utility>
+
+#include "base/thread.h"
 
 namespace zedipc {
 
@@ -14,57 +15,41 @@ namespace {
 // has none.
 void* callback_thread(void* parameters) {
   const std::unique_ptr<CBParameters> p(static_cast<CBParameters*>(parameters));
+  void* const data = p->hold.record().data;
+  const InCall in_call(p->hold.record());
   if (p->callback != nullptr) {
-    p->callback(p->data, p->from, p->to, p->notification, p->parameter, p->flags);
+    p->callback(data, p->from, p->to, p->notification, p->parameter, p->flags);
   } else if (p->observer != nullptr) {
-    p->observer(p->data, p->from, p->to, p->notification, p->flags);
+    p->observer(data, p->from, p->to, p->notification, p->flags);
   }
   return nullptr;
 }
 
-void start(ReadWriteLock& lock, NotificationCallback callback, ObserverCallback observer,
-           void* data, const Call& call, JSObject parameter) {
-  async_cb(new CBParameters{{&lock, ReadWriteGuard::kShared},
-                            callback,
-                            observer,
-                            data,
-                            call.from,
-                            call.to,
-                            call.notification,
-                            std::move(parameter),
-                            call.flags});
-}  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the thread frees it
-
 }  // namespace
 
 void async_cb(CBParameters* parameters) {
+  std::unique_ptr<CBParameters> owner(parameters);
   if (parameters == nullptr) {
     ZEDIPC_CLIENT_LOG(kLogError, "async_cb(): error, no CBParameters\n");
     return;
   }
-  pthread_attr_t attributes;
-  if (const int problem = pthread_attr_init(&attributes)) {
-    ZEDIPC_CLIENT_LOG(kLogError, "async_cb(): pthread_attr_init() failed with error=%d\n", problem);
+  const ThreadStart start = start_thread(callback_thread, parameters);
+  if (start.error == 0) {
+    static_cast<void>(owner.release());  // the thread frees it
     return;
   }
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  pthread_t thread;
-  if (const int problem = pthread_create(&thread, &attributes, callback_thread, parameters)) {
-    ZEDIPC_CLIENT_LOG(kLogError, "async_cb(): pthread_create() failed with error=%d\n", problem);
-  }
-  pthread_attr_destroy(&attributes);
+  ZEDIPC_CLIENT_LOG(kLogError, "async_cb(): %s() failed with error=%d\n", start.call, start.error);
 }
 
-void start_invocation(NotificationRecord& record, const Call& call, JSObject parameter) {
-  start(record.lock, record.cb, nullptr, record.data, call, std::move(parameter));
+void start_invocation(CallHold hold, NotificationCallback callback, const Headline& headline,
+                      JSObject parameter) {
+  async_cb(new CBParameters{std::move(hold), callback, nullptr, headline.from, headline.to,
+                            headline.notification, std::move(parameter), headline.flags});
 }
 
-void start_invocation(UnicastErrorRecord& record, const Call& call, JSObject parameter) {
-  start(record.lock, record.cb, nullptr, record.data, call, std::move(parameter));
-}
-
-void start_invocation(ObserverRecord& record, const Call& call) {
-  start(record.lock, nullptr, record.cb, record.data, call, JSObject());
+void start_invocation(CallHold hold, ObserverCallback observer, const Headline& headline) {
+  async_cb(new CBParameters{std::move(hold), nullptr, observer, headline.from, headline.to,
+                            headline.notification, JSObject(), headline.flags});
 }
 
 }  // namespace zedipc

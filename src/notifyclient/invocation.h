@@ -7,19 +7,18 @@
 #include <zedipc/jsobject.h>
 #include <zedipc/notify.h>
 
-#include "notifyclient/client_state.h"
+#include "notifyclient/calls.h"
 #include "protocol/message.h"
 
 namespace zedipc {
 
-// All that an invocation uses, from the thread that decides on it to the thread that
-// runs it. The shared hold on the record comes first and so goes last: whoever gets
-// the record's lock exclusively then knows that the invocation has wholly ended.
+// All that an invocation uses, from the thread that decides on it to the thread that runs
+// it. The hold comes first and so goes last: whoever waits for the record's calls then
+// knows that this one has wholly ended.
 struct CBParameters {
-  ReadWriteGuard guard;
+  CallHold hold;
   NotificationCallback callback;  // null for an observer
   ObserverCallback observer;      // null otherwise
-  void* data;
   std::string from;
   std::string to;
   std::string notification;
@@ -27,18 +26,15 @@ struct CBParameters {
   unsigned int flags;
 };
 
-// Starts the thread, and hands the block over to it. If there can be no thread the
-// block stays, and so does its hold on the record.
+// Starts the thread, and hands the block over to it. If there can be no thread the call is
+// lost, and the block freed.
 void async_cb(CBParameters* parameters);
 
-// What a callback is told, apart from its data and the parameter.
-using Call = Headline;
-
-// Starts one invocation of the record with copies of everything but the parameter, which
-// it takes: whoever has no more use for it gives it away, since it can be large. The
-// caller holds table_lock, which keeps exclusive holders of the record away.
-void start_invocation(NotificationRecord& record, const Call& call, JSObject parameter);
-void start_invocation(UnicastErrorRecord& record, const Call& call, JSObject parameter);
-void start_invocation(ObserverRecord& record, const Call& call);
+// Starts the call that `hold` stands for, of a record with this callback, with copies of
+// everything but the parameter, which it takes: whoever has no more use for it gives it
+// away, since it can be large.
+void start_invocation(CallHold hold, NotificationCallback callback, const Headline& headline,
+                      JSObject parameter);
+void start_invocation(CallHold hold, ObserverCallback observer, const Headline& headline);
 
 }  // namespace zedipc

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Sending notifications.
-#include <mutex>
 #include <string>
+#include <utility>
 
 #include <zedipc/notify.h>
 
@@ -15,29 +15,22 @@ namespace zedipc {
 
 namespace {
 
-// The sender's name: an empty one stands for the application id. Whoever names a
-// sender needs no lock that a callback could be waiting for.
-bool resolve_sender(std::string& from) {
-  if (!from.empty()) return true;
-  std::string id;
-  if (!current_app_id(id)) return false;
-  const std::lock_guard<std::mutex> lock(client.table_lock);
-  current_app_id(from);
-  return true;
-}
-
 // What could not even be sent is reported in the same place as what the server found
 // nobody for. A broadcast has no such error.
-void report_unicast_error(const Call& call, const JSObject& parameter) {
-  if (call.to == kToAll) return;
-  const std::lock_guard<std::mutex> lock(client.table_lock);
-  for (UnicastErrorRecord* const record : lazy_table(client.unicast_error_table)) {
+void report_unicast_error(const Headline& headline, const JSObject& parameter) {
+  if (headline.to == kToAll) return;
+  Holds<UnicastErrorRecord> receivers;
+  {
+    const MutexLock lock(table_lock);
+    receivers = hold_calls(client.unicast_error_table, all_records);
+  }
+  for (auto& [hold, record] : receivers) {
     ZEDIPC_CLIENT_LOG(kLogNote,
                       "ipcNotify(): invoke unicast error callback (cb=%p, data=%p) for "
                       "notification '%s' to '%s'\n",
-                      printable(record->cb), record->data, call.notification.c_str(),
-                      call.to.c_str());
-    start_invocation(*record, call, parameter);
+                      printable(record->cb), record->data, headline.notification.c_str(),
+                      headline.to.c_str());
+    start_invocation(std::move(hold), record->cb, headline, parameter);
   }
 }
 
@@ -53,34 +46,33 @@ int ipcNotify(const std::string& to, const std::string& notification, const JSOb
                       "from='%s')\n",
                       notification.c_str(), to.c_str(), text.c_str(), flags, from.c_str());
   }
-  std::string sender = from;
-  const bool has_name = resolve_sender(sender);
-  const Call call{sender, to, notification, flags};
-  if (!has_name) {
-    report_unicast_error(call, parameter);
+  const std::string sender = from.empty() ? current_app_id() : from;
+  const Headline headline{sender, to, notification, flags};
+  if (sender.empty()) {
+    report_unicast_error(headline, parameter);
     ZEDIPC_CLIENT_LOG(
         kLogError,
         "ipcNotify(): no parameter 'from' passed and no appID set for notification '%s'\n",
         notification.c_str());
-    return kNoName;
+    return kNotifyNoName;
   }
   if (!ensure_connected()) {
-    report_unicast_error(call, parameter);
+    report_unicast_error(headline, parameter);
     ZEDIPC_CLIENT_LOG(kLogError,
                       "ipcNotify(): notification server is not running (connect failed)\n");
-    return kNotTold;
+    return kNotifyNotConnected;
   }
-  const std::string text = notify_text(call, parameter);
+  const std::string text = notify_text(headline, parameter);
   const SendResult result = send_to_server(kCurrentConnection, text);
   if (!result.sent) {
-    report_unicast_error(call, parameter);
+    report_unicast_error(headline, parameter);
     ZEDIPC_CLIENT_LOG(kLogError, "ipcNotify(): write_msg() on ipc=%p failed (%s), msg=%s\n",
                       result.ipc, result.reason, text.c_str());
-    return kNotTold;
+    return kNotifyNotConnected;
   }
   ZEDIPC_CLIENT_LOG(kLogInfo, "ipcNotify(): notification sent successfully, msg='%s'\n",
                     text.c_str());
-  return kDone;
+  return kNotifyDone;
 }
 
 }  // namespace zedipc

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-// What the server sends: which callbacks are to run, and what goes back.
+// What the server sends: which callbacks are to run, and what goes back. The reader runs no
+// code of the application's and waits for nobody but the server.
 #include <unistd.h>
 
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 
@@ -22,122 +22,127 @@ namespace {
 
 constexpr unsigned int kReconnectPause = 10;  // seconds
 
-// The reader's own connection, which nobody else deletes.
-IPC* connection() { return client.server_ipc.load(std::memory_order_acquire); }
-
-void log_received(const char* what, const Headline& in, const JSObject& parameter) {
+void log_received(const Connection& connection, const char* what, const Headline& in,
+                  Message& message) {
   if (!dbg_log_enabled(kLogInfo)) return;
-  const std::string text = parameter.dump();
+  const std::string text = message.parameter().dump();
   ZEDIPC_CLIENT_LOG(kLogInfo,
                     "reader_thread(): ipc=%p received %s '%s' (from='%s', to='%s', para='%s', "
                     "flags=%u)\n",
-                    static_cast<void*>(connection()), what, in.notification.c_str(),
+                    static_cast<const void*>(&connection.channel), what, in.notification.c_str(),
                     in.from.c_str(), in.to.c_str(), text.c_str(), in.flags);
 }
 
 // An observer has no parameter.
 template <typename Record, typename... Parameter>
-void invoke(const char* kind, Record& record, const Call& call, Parameter&&... parameter) {
+void invoke(const char* kind, CallHold hold, const Record& record, const Headline& in,
+            Parameter&&... parameter) {
   ZEDIPC_CLIENT_LOG(
       kLogNote,
       "reader_thread(): invoke %s callback (cb=%p, data=%p) for notification '%s' to '%s'\n", kind,
-      printable(record.cb), record.data, call.notification.c_str(), call.to.c_str());
-  start_invocation(record, call, std::forward<Parameter>(parameter)...);
+      printable(record.cb), record.data, in.notification.c_str(), in.to.c_str());
+  start_invocation(std::move(hold), record.cb, in, std::forward<Parameter>(parameter)...);
 }
 
-// The server looks for somebody else, or tells the sender that there is nobody.
-void send_back(Message& message, LogLevel level, const char* why) {
-  send_or_log("reader_thread", kCurrentConnection, message.text());
-  ZEDIPC_CLIENT_LOG(level,
-                    "reader_thread(): returned notification '%s' back to server, since no %s\n",
-                    message.notification().c_str(), why);
-}
+using Receivers = Holds<NotificationRecord>;
 
 // The record with the highest priority that the message is for, the latest of equal
 // ones; null if there is none.
-NotificationRecord* find_best(const NotificationTable& table, const Headline& in) {
-  NotificationRecord* best = nullptr;
+std::shared_ptr<NotificationRecord> find_best(const Headline& in) REQUIRES(table_lock) {
+  const std::shared_ptr<NotificationRecord>* best = nullptr;
   std::int32_t best_priority = std::numeric_limits<std::int32_t>::min();
-  for (NotificationRecord* const record : table) {
+  for (const auto& record : client.notification_table) {
     if (record->notification != in.notification) continue;
     if (in.to != kToHighestPriority && in.to != record->to) continue;
     if (record->priority < best_priority) continue;
-    best = record;
+    best = &record;
     best_priority = record->priority;
   }
-  return best;
+  return best == nullptr ? nullptr : *best;
 }
 
-// The last one gets the parameter itself, and only those before it a copy.
-void invoke_all(const NotificationTable& table, const Headline& in, JSObject& parameter) {
-  NotificationRecord* last = nullptr;
-  for (NotificationRecord* const record : table) {
-    if (record->notification != in.notification) continue;
-    if (last != nullptr) invoke("notification", *last, in, parameter);
-    last = record;
-  }
-  if (last != nullptr) invoke("notification", *last, in, std::move(parameter));
-}
-
-bool is_for_nobody(const NotificationTable& table, const Headline& in) {
-  return in.to != kToAll && find_best(table, in) == nullptr;
-}
-
-void invoke_receivers(const NotificationTable& table, const Headline& in, JSObject& parameter) {
+Receivers find_receivers(const Headline& in) {
+  const MutexLock lock(table_lock);
   if (in.to == kToAll) {
-    invoke_all(table, in, parameter);
-  } else {
-    invoke("notification", *find_best(table, in), in, std::move(parameter));
+    return hold_calls(client.notification_table, [&](const NotificationRecord& record) {
+      return record.notification == in.notification;
+    });
   }
+  Receivers receivers;
+  receivers.reserve(1);
+  if (const auto best = find_best(in)) receivers.emplace_back(CallHold(best), best.get());
+  return receivers;
 }
 
-void handle_notification(Message& message) {
-  const std::lock_guard<std::mutex> lock(client.table_lock);
-  const auto& table = lazy_table(client.notification_table);
-  if (table.empty()) {
-    send_back(message, kLogNote, "client registered");
+bool nothing_registered() {
+  const MutexLock lock(table_lock);
+  return client.notification_table.empty();
+}
+
+void handle_notification(Connection& connection, Message& message) {
+  if (nothing_registered()) {
+    // Written before a member is read, which would make it.
+    std::string text = message.text();
+    const Headline in = message.headline();
+    connection.returns.give_back(in.to,
+                                 {std::move(text), in.notification, kLogNote, "client registered"});
     return;
   }
   const Headline in = message.headline();
   JSObject& parameter = message.parameter();
-  log_received("notification", in, parameter);
-  if (is_for_nobody(table, in)) {
-    send_back(message, kLogWarning, "matching client");
-  } else {
-    invoke_receivers(table, in, parameter);
+  Receivers receivers = find_receivers(in);
+  log_received(connection, "notification", in, message);
+  if (receivers.empty() && in.to != kToAll) {
+    connection.returns.give_back(in.to,
+                                 {message.text(), in.notification, kLogWarning, "matching client"});
+    return;
+  }
+  // The last one gets the parameter itself, and only those before it a copy.
+  for (std::size_t i = 0; i < receivers.size(); ++i) {
+    const bool last = i + 1 == receivers.size();
+    invoke("notification", std::move(receivers[i].first), *receivers[i].second, in,
+           last ? std::move(parameter) : JSObject(parameter));
   }
 }
 
-void handle_unicast_error(Message& message) {
-  const std::lock_guard<std::mutex> lock(client.table_lock);
-  const auto& table = lazy_table(client.unicast_error_table);
-  if (table.empty()) {
+void handle_unicast_error(Connection& connection, Message& message) {
+  Holds<UnicastErrorRecord> receivers;
+  {
+    const MutexLock lock(table_lock);
+    receivers = hold_calls(client.unicast_error_table, all_records);
+  }
+  if (receivers.empty()) {
     ZEDIPC_CLIENT_LOG(kLogWarning,
                       "reader_thread(): ipc=%p received unicast error for notification '%s', but "
                       "no client registered\n",
-                      static_cast<void*>(connection()), message.notification().c_str());
+                      static_cast<void*>(&connection.channel), message.notification().c_str());
     return;
   }
   const Headline in = message.headline();
-  const JSObject& parameter = message.parameter();
-  log_received("unicast error for notification", in, parameter);
-  for (UnicastErrorRecord* const record : table) invoke("unicast error", *record, in, parameter);
+  log_received(connection, "unicast error for notification", in, message);
+  for (auto& [hold, record] : receivers) {
+    invoke("unicast error", std::move(hold), *record, in, message.parameter());
+  }
 }
 
 void handle_observation(Message& message) {
-  const std::lock_guard<std::mutex> lock(client.table_lock);
-  const auto& table = lazy_table(client.observer_table);
-  if (table.empty()) return;  // the last one went while this was on its way
+  Holds<ObserverRecord> observers;
+  {
+    const MutexLock lock(table_lock);
+    observers = hold_calls(client.observer_table, all_records);
+  }
+  if (observers.empty()) return;  // the last one went while this was on its way
   const Headline in = message.headline();
-  for (ObserverRecord* const record : table) invoke("observer", *record, in);
+  for (auto& [hold, record] : observers) invoke("observer", std::move(hold), *record, in);
 }
 
-void handle_message(Message& message) {
+void handle_text(Connection& connection, const std::string& text) {
+  Message message(text, Message::Parameter::kRead);
   switch (message.type()) {
     case MessageType::kNotify:
-      return handle_notification(message);
+      return handle_notification(connection, message);
     case MessageType::kUnicastError:
-      return handle_unicast_error(message);
+      return handle_unicast_error(connection, message);
     case MessageType::kNotifyObserver:
       return handle_observation(message);
     default:
@@ -145,38 +150,77 @@ void handle_message(Message& message) {
   }
 }
 
-void tear_down() {
-  // Deleted without the lock: a channel that ends waits for a channel callback that is
-  // running, and that one may want to send.
-  std::unique_ptr<IPC> lost(connection());
-  const std::lock_guard<std::mutex> lock(client.send_lock);
+// False if the connection was given up before it came into use.
+bool await_use(Connection& connection) {
+  const MutexLock lock(table_lock);
+  if (connection.stage == Connection::Stage::kBeingMade) shut_down(connection.channel);
+  while (connection.stage == Connection::Stage::kBeingMade) client.changed.wait(table_lock);
+  if (connection.stage == Connection::Stage::kInUse) return true;
+  connection.returns.await_end();
+  return false;
+}
+
+// Nobody writes on the connection any more when this returns.
+void tear_down(Connection& connection) {
+  if (!client.send_lock.try_lock()) {
+    shut_down(connection.channel);  // under whoever is blocked in a write
+    client.send_lock.lock();
+  }
   ZEDIPC_CLIENT_LOG(kLogError, "reader_thread(): read_msg() on ipc=%p failed (%s), terminate.\n",
-                    static_cast<void*>(lost.get()), lost->eof() ? "EOF" : "ERROR");
-  client.server_ipc.store(nullptr, std::memory_order_release);
-  pthread_cond_signal(&client.reconnect_cond);
+                    static_cast<void*>(&connection.channel),
+                    connection.channel.eof() ? "EOF" : "ERROR");
+  {
+    const MutexLock lock(table_lock);
+    client.server_ipc.store(nullptr, std::memory_order_release);
+  }
+  // Under the lock, without which no other connection can be used: the server is not to
+  // have two of one client. To free the channel may take as long as a channel callback.
+  shut_down(connection.channel);
+  client.send_lock.unlock();
+  const MutexLock lock(table_lock);
+  connection.returns.await_end();
+}
+
+// Whether this thread is the one that tries to connect again.
+bool become_reconnector() {
+  const MutexLock lock(table_lock);
+  return !std::exchange(client.reconnecting, true);
+}
+
+// Leaves that to the next one if there is a connection: whoever loses it finds the place
+// free, or is heard here.
+bool cease_to_reconnect() {
+  const MutexLock lock(table_lock);
+  if (client.server_ipc.load(std::memory_order_relaxed) == nullptr) return false;
+  client.reconnecting = false;
+  return true;
+}
+
+void reconnect() {
+  do {
+    sleep(kReconnectPause);
+  } while (!ensure_connected() || !cease_to_reconnect());
 }
 
 }  // namespace
 
-// Runs no code of the application's.
-void serve_connection() {
+// Every reader has a connection of its own. One of those that lost theirs stays until a new
+// one stands.
+void* reader_thread(void* argument) {
+  const LogChannelScope scope(kLogNotifyClient);
+  std::unique_ptr<Connection> connection(static_cast<Connection*>(argument));
   std::string text;
   int msg_tag = 0;
-  while (connection()->read_msg(NOTIFY_FRAME_ID, msg_tag, text, NOTIFY_MAX_MSG, -1)) {
-    Message message(text, Message::Parameter::kRead);
-    handle_message(message);
+  while (connection->channel.read_msg(NOTIFY_FRAME_ID, msg_tag, text, NOTIFY_MAX_MSG, -1)) {
+    handle_text(*connection, text);
   }
-  tear_down();
-}
-
-// Every reader has a connection of its own; when that is lost it stays until a new one
-// stands, which then has a reader of its own.
-void* reader_thread(void* /*unused*/) {
-  const LogChannelScope scope(kLogNotifyClient);
-  serve_connection();
-  do {
-    sleep(kReconnectPause);
-  } while (!ensure_connected());
+  if (!await_use(*connection)) {
+    static_cast<void>(connection.release());  // whoever made it frees it
+    return nullptr;
+  }
+  tear_down(*connection);
+  connection.reset();
+  if (become_reconnector()) reconnect();
   return nullptr;
 }
 

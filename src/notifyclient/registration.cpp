@@ -1,17 +1,21 @@
 // SPDX-License-Identifier: MIT
-// Registering and unregistering callbacks. All work on a table, what the server is
-// told of it included, runs under table_lock: the reader needs that lock to look at a
-// message, so what the server sends right after a "register" finds the record there.
+// Registering and unregistering callbacks. A table changes ahead of the message to the
+// server: what the server sends right after a "register" finds the record there, and a
+// connection that is being made either knows of the change or is not in use yet when the
+// message goes out.
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
-#include <limits>
-#include <mutex>
+#include <memory>
+#include <optional>
 #include <string>
 
 #include <zedipc/notify.h>
 
+#include "notifyclient/calls.h"
 #include "notifyclient/client_state.h"
 #include "notifyclient/connection.h"
+#include "notifyclient/departure.h"
 #include "notifyclient/tables.h"
 #include "protocol/message.h"
 
@@ -28,7 +32,8 @@ bool connected_for(const char* function) {
 
 // The name to receive under: an empty one stands for the application id.
 bool resolve_name(const char* function, std::string& to) {
-  if (!to.empty() || current_app_id(to)) return true;
+  if (to.empty()) to = current_app_id();
+  if (!to.empty()) return true;
   ZEDIPC_CLIENT_LOG(kLogError, "%s(): no parameter 'to' passed and no appID set\n", function);
   return false;
 }
@@ -48,24 +53,10 @@ bool names(Callback cb, const void* data, const Record& record) {
 }
 
 template <typename Record, typename Callback>
-Record* find_record(const std::vector<Record*>& table, Callback cb, const void* data) {
-  const auto found = std::find_if(table.begin(), table.end(), [&](const Record* record) {
+bool is_registered(const Table<Record>& table, Callback cb, const void* data) {
+  return std::any_of(table.begin(), table.end(), [&](const std::shared_ptr<Record>& record) {
     return record->cb == cb && record->data == data;
   });
-  return found == table.end() ? nullptr : *found;
-}
-
-// Removes the records for which `doomed` gives true; `after` is called after each.
-template <typename Record, typename Predicate, typename After>
-void remove_records(std::vector<Record*>& table, Predicate doomed, After after) {
-  for (std::size_t i = 0; i < table.size();) {
-    if (doomed(*table[i])) {
-      remove_record(table, i);
-      after();
-    } else {
-      ++i;
-    }
-  }
 }
 
 // A registration as the caller of ipcRegisterNotificationCB gave it.
@@ -85,83 +76,151 @@ void log_registration(const char* what, const Wanted& wanted) {
                     wanted.data, wanted.priority);
 }
 
-// table_lock is held.
-int register_notification(const Wanted& wanted) {
-  NotificationRecord* own = nullptr;
-  int highest = wanted.priority;
-  for (NotificationRecord* const record : lazy_table(client.notification_table)) {
-    if (!in_group(*record, wanted.to, wanted.notification)) continue;
+using NotificationRecordPtr = std::shared_ptr<NotificationRecord>;
+
+// What a group has but for one of its records.
+struct Others {
+  NotificationRecordPtr former;  // that one; null if it is not there
+  int highest;                   // of all other priorities, and the one given
+};
+
+Others look_at_group(const Wanted& wanted) REQUIRES(client.registration_lock) {
+  const MutexLock lock(table_lock);
+  Others others{nullptr, wanted.priority};
+  for (const NotificationRecordPtr& record : client.notification_table) {
+    if (!record->in_group(wanted.to, wanted.notification)) continue;
     if (record->cb == wanted.cb && record->data == wanted.data) {
-      own = record;
+      others.former = record;
     } else {
-      highest = std::max(highest, record->priority);
+      others.highest = std::max(others.highest, record->priority);
     }
   }
-  const SendResult told =
-      register_client(kCurrentConnection, wanted.to, wanted.notification, highest);
-  if (!told.sent) {
+  return others;
+}
+
+// The highest priority of a group; none if it has no record.
+std::optional<int> highest_of(const std::string& to, const std::string& notification) {
+  const MutexLock lock(table_lock);
+  std::optional<int> highest;
+  for (const NotificationRecordPtr& record : client.notification_table) {
+    if (!record->in_group(to, notification)) continue;
+    highest = std::max(highest.value_or(record->priority), record->priority);
+  }
+  return highest;
+}
+
+// A registration that could not be told. If another connection has come into use since
+// `connections`, its server knows of the record.
+void take_back(const NotificationRecordPtr& record, const NotificationRecordPtr& former,
+               std::uint32_t connections) REQUIRES(client.registration_lock) {
+  {
+    const MutexLock lock(table_lock);
+    if (replace(client.notification_table, record, former) == connections) return;
+  }
+  if (const auto highest = highest_of(record->to, record->notification)) {
+    register_client(kCurrentConnection, record->to, record->notification, *highest);
+  } else {
+    unregister_client(kCurrentConnection, record->to, record->notification);
+  }
+}
+
+int register_notification(const Wanted& wanted) {
+  const auto record = std::make_shared<NotificationRecord>(wanted.to, wanted.notification,
+                                                           wanted.cb, wanted.data, wanted.priority);
+  bool told = false;
+  Others others;
+  {
+    const MutexLock changing(client.registration_lock);
+    others = look_at_group(wanted);
+    const std::string message = register_text(wanted.to, wanted.notification, others.highest);
+    std::uint32_t connections = 0;
+    {
+      const MutexLock lock(table_lock);
+      connections = replace(client.notification_table, others.former, record);
+    }
+    told = tell_group("register_client", kCurrentConnection, message);
+    if (!told) take_back(record, others.former, connections);
+  }
+  if (!told) {
+    wait_for_calls(*record);
     ZEDIPC_CLIENT_LOG(kLogError,
                       "ipcRegisterNotificationCB(): server registration failed (to='%s', "
                       "notification='%s', prio=%d)\n",
-                      wanted.to.c_str(), wanted.notification.c_str(), highest);
-    return kNotTold;
+                      wanted.to.c_str(), wanted.notification.c_str(), others.highest);
+    return kNotifyNotConnected;
   }
-  bool tell_again = false;
-  if (own == nullptr) {
-    tell_again = add_record(
-        new NotificationRecord{
-            {}, wanted.to, wanted.notification, wanted.cb, wanted.data, wanted.priority, false},
-        told.epoch);
-    log_registration("registration successful", wanted);
-  } else {
-    const ReadWriteGuard guard(&own->lock, ReadWriteGuard::kExclusive);
-    tell_again = change_priority(*own, wanted.priority, told.epoch);
-    log_registration("registration updated with new priority", wanted);
-  }
-  if (tell_again) register_client(kCurrentConnection, wanted.to, wanted.notification, highest);
-  return kDone;
+  if (others.former != nullptr) wait_for_calls(*others.former);
+  log_registration(others.former == nullptr ? "registration successful"
+                                            : "registration updated with new priority",
+                   wanted);
+  return kNotifyDone;
 }
 
-// Tells the server what is left of a group; table_lock is held.
+// Tells the server what is left of a group.
 int tell_of_removal(const std::string& to, const std::string& notification) {
-  bool any_left = false;
-  int highest = std::numeric_limits<std::int32_t>::min();
-  for (const NotificationRecord* const record : lazy_table(client.notification_table)) {
-    if (!in_group(*record, to, notification)) continue;
-    any_left = true;
-    highest = std::max(highest, record->priority);
+  std::optional<int> highest;
+  bool sent = false;
+  {
+    const MutexLock changing(client.registration_lock);
+    highest = highest_of(to, notification);
+    sent = highest ? register_client(kCurrentConnection, to, notification, *highest)
+                   : unregister_client(kCurrentConnection, to, notification);
   }
-  if (any_left) {
-    const bool sent = register_client(kCurrentConnection, to, notification, highest).sent;
-    ZEDIPC_CLIENT_LOG(sent ? kLogInfo : kLogError,
+  const LogLevel level = sent ? kLogInfo : kLogError;
+  const char* const outcome = sent ? "successfull" : "failed";  // known so to readers of the log
+  if (highest) {
+    ZEDIPC_CLIENT_LOG(level,
                       "ipcUnregisterNotificationCB(): server registration priority update %s "
                       "(to='%s', notification='%s', prio=%d)\n",
-                      sent ? "successfull" : "failed", to.c_str(), notification.c_str(), highest);
-    return sent ? kDone : kNotTold;
+                      outcome, to.c_str(), notification.c_str(), *highest);
+  } else {
+    ZEDIPC_CLIENT_LOG(level,
+                      "ipcUnregisterNotificationCB(): server unregistration %s (to='%s', "
+                      "notification='%s')\n",
+                      outcome, to.c_str(), notification.c_str());
   }
-  const bool sent = unregister_client(kCurrentConnection, to, notification).sent;
-  ZEDIPC_CLIENT_LOG(sent ? kLogInfo : kLogError,
-                    "ipcUnregisterNotificationCB(): server unregistration %s (to='%s', "
-                    "notification='%s')\n",
-                    sent ? "successfull" : "failed", to.c_str(), notification.c_str());
-  return sent ? kDone : kNotTold;
+  return sent ? kNotifyDone : kNotifyNotConnected;
+}
+
+bool has_observers() {
+  const MutexLock lock(table_lock);
+  return !client.observer_table.empty();
+}
+
+enum class Outcome { kThere, kNotTold, kDone };
+
+Outcome register_observer(const std::shared_ptr<ObserverRecord>& record) {
+  const std::string message = register_observer_text();
+  {
+    const MutexLock changing(client.registration_lock);
+    std::uint32_t connections = 0;
+    {
+      const MutexLock lock(table_lock);
+      if (is_registered(client.observer_table, record->cb, record->data)) return Outcome::kThere;
+      connections = replace(client.observer_table, {}, record);
+    }
+    if (send_or_log("ipcRegisterObserver", kCurrentConnection, message).sent) return Outcome::kDone;
+    bool other_knows = false;
+    {
+      const MutexLock lock(table_lock);
+      other_knows = replace(client.observer_table, record, {}) != connections;
+    }
+    if (other_knows && !has_observers()) {
+      send_to_server(kCurrentConnection, unregister_observer_text());
+    }
+  }
+  wait_for_calls(*record);
+  return Outcome::kNotTold;
 }
 
 }  // namespace
 
 void ipcSetAppID(const std::string& id) {
-  const std::lock_guard<std::mutex> lock(client.table_lock);
-  const std::lock_guard<std::mutex> changing(client.change_lock);
-  if (client.app_id == nullptr) client.app_id = new std::string;
-  *client.app_id = id;
+  const MutexLock lock(table_lock);
+  client.app_id = id;
 }
 
-std::string ipcGetAppID() {
-  const std::lock_guard<std::mutex> lock(client.table_lock);
-  std::string id;
-  current_app_id(id);
-  return id;
-}
+std::string ipcGetAppID() { return current_app_id(); }
 
 int ipcRegisterNotificationCB(const std::string& notification, NotificationCallback cb, void* data,
                               int priority, const std::string& to) {
@@ -172,9 +231,8 @@ int ipcRegisterNotificationCB(const std::string& notification, NotificationCallb
     return ipcUnregisterNotificationCB(notification, nullptr, nullptr, to);
   }
   std::string name = to;
-  if (!resolve_name(kName, name)) return kNoName;
-  if (!connected_for(kName)) return kNotTold;
-  const std::lock_guard<std::mutex> lock(client.table_lock);
+  if (!resolve_name(kName, name)) return kNotifyNoName;
+  if (!connected_for(kName)) return kNotifyNotConnected;
   return register_notification({name, notification, cb, data, priority});
 }
 
@@ -183,17 +241,12 @@ int ipcUnregisterNotificationCB(const std::string& notification, NotificationCal
   static constexpr char kName[] = "ipcUnregisterNotificationCB";
   const LogChannelScope scope(kLogNotifyClient);
   std::string name = to;
-  if (!resolve_name(kName, name)) return kNoName;
-  if (!connected_for(kName)) return kNotTold;
-  const std::lock_guard<std::mutex> lock(client.table_lock);
-  bool removed = false;
-  remove_records(
-      lazy_table(client.notification_table),
-      [&](const NotificationRecord& record) {
-        return in_group(record, name, notification) && names(cb, data, record);
-      },
-      [&] { removed = true; });
-  if (removed) note_removal(name, notification);
+  if (!resolve_name(kName, name)) return kNotifyNoName;
+  if (!connected_for(kName)) return kNotifyNotConnected;
+  Departure departure(name, notification, [&](const NotificationRecord& record) {
+    return record.in_group(name, notification) && names(cb, data, record);
+  });
+  departure.wait();
   return tell_of_removal(name, notification);
 }
 
@@ -204,48 +257,51 @@ int ipcRegisterObserver(ObserverCallback cb, void* data) {
     warn_of_deprecated_use(kName);
     return ipcUnregisterObserver(nullptr, data);
   }
-  if (!connected_for(kName)) return kNotTold;
+  if (!connected_for(kName)) return kNotifyNotConnected;
   if (client.remote_client.load(std::memory_order_relaxed)) {
     ZEDIPC_CLIENT_LOG(
         kLogError,
         "ipcRegisterObserver(): not permitted to register an observer as remote client\n");
-    return kRemoteObserver;
+    return kNotifyRemoteObserver;
   }
-  const std::lock_guard<std::mutex> lock(client.table_lock);
-  if (find_record(lazy_table(client.observer_table), cb, data) != nullptr) {
+  const Outcome outcome = register_observer(std::make_shared<ObserverRecord>(cb, data));
+  if (outcome == Outcome::kNotTold) return kNotifyNotConnected;
+  if (outcome == Outcome::kThere) {
     ZEDIPC_CLIENT_LOG(
         kLogNote, "ipcRegisterObserver(): observer callback already registered (cb=%p, data%p)\n",
         printable(cb), data);
-    return kDone;
+  } else {
+    ZEDIPC_CLIENT_LOG(kLogInfo,
+                      "ipcRegisterObserver(): observer callback registered (cb=%p, data%p)\n",
+                      printable(cb), data);
   }
-  const std::string message = register_observer_text();
-  const SendResult told = send_or_log(kName, kCurrentConnection, message);
-  if (!told.sent) return kNotTold;
-  if (add_record(new ObserverRecord{{}, cb, data}, told.epoch))
-    send_to_server(kCurrentConnection, message);
-  ZEDIPC_CLIENT_LOG(kLogInfo,
-                    "ipcRegisterObserver(): observer callback registered (cb=%p, data%p)\n",
-                    printable(cb), data);
-  return kDone;
+  return kNotifyDone;
 }
 
 int ipcUnregisterObserver(ObserverCallback cb, void* data) {
   const LogChannelScope scope(kLogNotifyClient);
-  const std::lock_guard<std::mutex> lock(client.table_lock);
-  auto& table = lazy_table(client.observer_table);
-  remove_records(
-      table, [&](const ObserverRecord& record) { return names(cb, data, record); },
-      [&] {
-        ZEDIPC_CLIENT_LOG(
-            kLogInfo, "ipcUnregisterObserver(): observer callback unregistered (cb=%p, data%p)\n",
-            printable(cb), data);
-      });
-  if (!table.empty()) return kDone;
-  const std::string message = unregister_observer_text();
-  if (!send_or_log("ipcUnregisterObserver", kCurrentConnection, message).sent) return kNotTold;
+  Table<ObserverRecord> removed;
+  {
+    const MutexLock changing(client.registration_lock);
+    const MutexLock lock(table_lock);
+    removed = take_out(client.observer_table,
+                       [&](const ObserverRecord& record) { return names(cb, data, record); });
+  }
+  for (const auto& record : removed) {
+    wait_for_calls(*record);
+    ZEDIPC_CLIENT_LOG(kLogInfo,
+                      "ipcUnregisterObserver(): observer callback unregistered (cb=%p, data%p)\n",
+                      printable(cb), data);
+  }
+  {
+    const MutexLock changing(client.registration_lock);
+    if (has_observers()) return kNotifyDone;
+    if (!send_or_log("ipcUnregisterObserver", kCurrentConnection, unregister_observer_text()).sent)
+      return kNotifyNotConnected;
+  }
   // The other function's name is what readers of the log look for.
   ZEDIPC_CLIENT_LOG(kLogInfo, "ipcRegisterObserver(): client unregistered in server\n");
-  return kDone;
+  return kNotifyDone;
 }
 
 int ipcRegisterUnicastError(UnicastErrorCallback cb, void* data) {
@@ -255,35 +311,42 @@ int ipcRegisterUnicastError(UnicastErrorCallback cb, void* data) {
     warn_of_deprecated_use(kName);
     return ipcUnregisterUnicastError(nullptr, nullptr);
   }
-  const std::lock_guard<std::mutex> lock(client.table_lock);
-  auto& table = lazy_table(client.unicast_error_table);
-  if (find_record(table, cb, data) != nullptr) {
+  const auto record = std::make_shared<UnicastErrorRecord>(cb, data);
+  bool there = false;
+  {
+    const MutexLock lock(table_lock);
+    there = is_registered(client.unicast_error_table, cb, data);
+    if (!there) client.unicast_error_table.push_back(record);
+  }
+  if (there) {
     ZEDIPC_CLIENT_LOG(
         kLogNote,
         "ipcRegisterUnicastError(): unicast error callback already registered (cb=%p, data%p)\n",
         printable(cb), data);
-    return kDone;
+  } else {
+    ZEDIPC_CLIENT_LOG(
+        kLogInfo, "ipcRegisterUnicastError(): unicast error callback registered (cb=%p, data%p)\n",
+        printable(cb), data);
   }
-  append(table, new UnicastErrorRecord{{}, cb, data});
-  ZEDIPC_CLIENT_LOG(
-      kLogInfo, "ipcRegisterUnicastError(): unicast error callback registered (cb=%p, data%p)\n",
-      printable(cb), data);
-  return kDone;
+  return kNotifyDone;
 }
 
 int ipcUnregisterUnicastError(UnicastErrorCallback cb, void* data) {
   const LogChannelScope scope(kLogNotifyClient);
-  const std::lock_guard<std::mutex> lock(client.table_lock);
-  remove_records(
-      lazy_table(client.unicast_error_table),
-      [&](const UnicastErrorRecord& record) { return names(cb, data, record); },
-      [&] {
-        ZEDIPC_CLIENT_LOG(kLogInfo,
-                          "ipcUnregisterUnicastError(): unregistered unicast error callback "
-                          "(cb=%p, data%p)\n",
-                          printable(cb), data);
-      });
-  return kDone;
+  Table<UnicastErrorRecord> removed;
+  {
+    const MutexLock lock(table_lock);
+    removed = take_out(client.unicast_error_table,
+                       [&](const UnicastErrorRecord& record) { return names(cb, data, record); });
+  }
+  for (const auto& record : removed) {
+    wait_for_calls(*record);
+    ZEDIPC_CLIENT_LOG(kLogInfo,
+                      "ipcUnregisterUnicastError(): unregistered unicast error callback "
+                      "(cb=%p, data%p)\n",
+                      printable(cb), data);
+  }
+  return kNotifyDone;
 }
 
 }  // namespace zedipc

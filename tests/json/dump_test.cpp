@@ -4,6 +4,7 @@
 #include <zedipc/jsobject.h>
 
 #include <climits>
+#include <cmath>
 #include <cstdio>
 #include <limits>
 #include <string>
@@ -13,6 +14,16 @@
 
 using zedipc::JSObject;
 using namespace zedipc::test;
+
+namespace {
+
+// Doubles that JSON has no text for.
+constexpr double kTextless[] = {std::numeric_limits<double>::infinity(),
+                                std::numeric_limits<double>::quiet_NaN()};
+
+JSObject negative(double number) { return std::copysign(number, -1.0); }
+
+}  // namespace
 
 TEST(Dump, WritesTheWords) {
   EXPECT_EQ(JSObject().dump(), "null");
@@ -52,13 +63,32 @@ TEST(Dump, WritesLargeAndSmallDoublesWithAnExponent) {
   EXPECT_EQ(JSObject(std::numeric_limits<double>::denorm_min()).dump(), "4.940656458412465e-324");
 }
 
-TEST(Dump, WritesNanAndInfinitiesAsLettersThatDoNotReadBack) {
-  const double infinity = std::numeric_limits<double>::infinity();
-  EXPECT_EQ(JSObject(infinity).dump(), "inf");
-  EXPECT_EQ(JSObject(-infinity).dump(), "-inf");
-  EXPECT_EQ(JSObject(std::numeric_limits<double>::quiet_NaN()).dump(), "nan");
-  EXPECT_EQ(read("inf"), (Outcome{0, "null"}));
-  EXPECT_EQ(read("[nan]").result, -1);
+TEST(Dump, WritesNanAndInfinitiesAsPrintfDoes) {
+  EXPECT_EQ(JSObject(kTextless[0]).dump(), "inf");
+  EXPECT_EQ(negative(kTextless[0]).dump(), "-inf");
+  EXPECT_EQ(JSObject(kTextless[1]).dump(), "nan");
+  EXPECT_EQ(negative(kTextless[1]).dump(), "-nan");
+}
+
+TEST(Dump, WritesNanAndInfinitiesSoThatTheyReadAsNothingOrZero) {
+  for (const double number : kTextless) {
+    EXPECT_EQ(read(JSObject(number).dump()), (Outcome{0, "null"}));
+    EXPECT_EQ(read(negative(number).dump()), (Outcome{1, "0"}));
+  }
+}
+
+TEST(Dump, WritesNanAndInfinitiesSoThatReadingFailsThere) {
+  for (const double number : kTextless) {
+    JSObject value;
+    value("a") = number;
+    value("b") = 1;
+    EXPECT_EQ(read(value.dump()), (Outcome{-1, "{\"a\":null}"}));
+    value("a") = negative(number);
+    EXPECT_EQ(read(value.dump()), (Outcome{-1, "{\"a\":0}"}));
+    value[1] = number;
+    value[2] = 2;
+    EXPECT_EQ(read(value.dump()), (Outcome{-1, "[null,null]"}));
+  }
 }
 
 TEST(Dump, WritesStringsInQuotes) {

@@ -4,6 +4,7 @@
 #include <zedipc/jsobject.h>
 
 #include <string>
+#include <thread>
 
 #include "json/kinds.h"
 #include "json/texts.h"
@@ -103,6 +104,24 @@ TEST(NullObject, HoldsWhatIsWrittenUntilTheNextMiss) {
   EXPECT_EQ(JSObject::NullObject.getString(), "written");
   miss();
   EXPECT_EQ(JSObject::NullObject.getString(), "null");
+}
+
+TEST(NullObject, ShowsWhatIsWrittenThroughReferencesFromBefore) {
+  const JSObject null;
+  const JSObject& earlier = null("a");
+  JSObject::NullObject = "written";
+  EXPECT_EQ(earlier.getString(), "written");
+  miss();
+  EXPECT_EQ(earlier.getString(), "null");
+}
+
+TEST(NullObject, IsOneForAllThreads) {
+  const JSObject null;
+  const JSObject& earlier = null("a");
+  std::thread([] { JSObject::NullObject = "written"; }).join();
+  EXPECT_EQ(earlier.getString(), "written");
+  std::thread(miss).join();
+  EXPECT_EQ(earlier.getString(), "null");
 }
 
 TEST(NullObject, IsMadeNullByAMemberThatIsMissing) {

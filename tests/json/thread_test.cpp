@@ -42,6 +42,15 @@ TEST(Threads, MissAtOnceAndReadNull) {
   });
 }
 
+TEST(Threads, ReadNullObjectAtOnceWhileOthersMiss) {
+  const JSObject value;
+  on_threads([&value](int) {
+    value("missing");
+    EXPECT_EQ(JSObject(JSObject::NullObject).dump(), "null");
+    EXPECT_FALSE(JSObject::NullObject.exists("a"));
+  });
+}
+
 TEST(Threads, ReadOneValueAtOnce) {
   const JSObject value = parsed(kText);
   const std::string text = value.dump();

@@ -95,11 +95,14 @@ TEST(AppId, ALaterOneDoesNotRenameWhatIsRestored) {
 
 TEST(AppId, AnUnregistrationWithoutANameMeansTheNewOne) {
   const RawListener listener;
+  Recorder& calls = immortal<Recorder>();
   ipcSetAppID("old");
-  ASSERT_EQ(ipcRegisterNotificationCB("n", do_nothing, nullptr, 5, ""), 0);
+  ASSERT_EQ(ipcRegisterNotificationCB("n", Recorder::notified, &calls, 5, ""), kNotifyDone);
   const RawPeer server = listener.accept();
   ASSERT_EQ(server.receive_message(), registration("old", "n", 5));
   ipcSetAppID("new");
-  EXPECT_EQ(ipcUnregisterNotificationCB("n", nullptr, nullptr, ""), 0);
+  EXPECT_EQ(ipcUnregisterNotificationCB("n", nullptr, nullptr, ""), kNotifyDone);
   EXPECT_EQ(server.receive_message(), unregistration("new", "n"));
+  server.send_message(notification("old", "n"));
+  EXPECT_EQ(calls.calls(1), Lines{call_of("old", "n")});
 }

@@ -40,19 +40,6 @@ int run_in_callback(Script& script, std::function<int()> work) {
   return worker.result;
 }
 
-// Whether work on the tables comes to a halt for good.
-bool the_client_stands_still() {
-  return eventually([] {
-    auto task = std::make_unique<Task>([] { return ipcUnregisterUnicastError(nullptr, nullptr); });
-    while (task->running()) {
-      if (!task->blocked(50)) continue;
-      task.release();  // it will never end
-      return true;
-    }
-    return false;
-  });
-}
-
 // Keeps the threads that it was called on until all of them are in it.
 struct ThreadIds {
   std::mutex mutex;
@@ -194,7 +181,7 @@ TEST(Unregistering, AUnicastErrorWaitsForItsRunningCallback) {
   EXPECT_EQ(blocker.ended(), 1);
 }
 
-TEST(Unregistering, HoldsUpWorkOnTheTablesWhileItWaits) {
+TEST(Unregistering, HoldsUpNobodyWhileItWaits) {
   Script script;
   Blocker& blocker = script.block_as("a", 1);
   Recorder& calls = script.receive_as("b", 1);
@@ -203,14 +190,44 @@ TEST(Unregistering, HoldsUpWorkOnTheTablesWhileItWaits) {
   Task unregistration_task([] { return leave("a"); });
   ASSERT_TRUE(unregistration_task.blocked());
   script.send(notification("b", "n"));
-  Task registration_task(
-      [] { return ipcRegisterNotificationCB("other", do_nothing, nullptr, 1, "c"); });
-  EXPECT_TRUE(registration_task.blocked());
-  EXPECT_EQ(calls.calls(), Lines{});
+  EXPECT_EQ(calls.calls(1), Lines{call_of("b", "n")});
+  EXPECT_EQ(ipcRegisterNotificationCB("other", do_nothing, nullptr, 1, "c"), 0);
+  EXPECT_EQ(script.next("register"), registration("c", "other", 1));
+  EXPECT_TRUE(unregistration_task.running());
   blocker.release();
   EXPECT_EQ(unregistration_task.result(), 0);
-  EXPECT_EQ(registration_task.result(), 0);
-  EXPECT_EQ(calls.calls(1), Lines{call_of("b", "n")});
+  EXPECT_EQ(script.next("unregister"), unregistration("a", "n"));
+}
+
+TEST(Unregistering, HasTheServerToldOnceAMessageComesForWhatIsGone) {
+  Script script;
+  Blocker& blocker = script.block_as("a", 1);
+  script.receive_as("b", 1);
+  script.send(notification("a", "n"));
+  ASSERT_TRUE(blocker.entered());
+  Task unregistration_task([] { return leave("a"); });
+  ASSERT_TRUE(unregistration_task.blocked());
+  script.send(notification("a", "n"));
+  EXPECT_EQ(script.next("unregister"), unregistration("a", "n"));
+  EXPECT_EQ(script.next("notify"), notification("a", "n"));
+  EXPECT_TRUE(unregistration_task.running());
+  EXPECT_EQ(blocker.ended(), 0);
+  blocker.release();
+  EXPECT_EQ(unregistration_task.result(), 0);
+}
+
+TEST(Unregistering, OfTheLastOneHasTheServerToldOnceABroadcastComes) {
+  Script script;
+  Blocker& blocker = script.block_as("a", 1);
+  script.send(notification("a", "n"));
+  ASSERT_TRUE(blocker.entered());
+  Task unregistration_task([] { return leave("a"); });
+  ASSERT_TRUE(unregistration_task.blocked());
+  script.send(notification("*", "n"));
+  EXPECT_EQ(script.next("unregister"), unregistration("a", "n"));
+  EXPECT_EQ(script.next("notify"), notification("*", "n"));
+  blocker.release();
+  EXPECT_EQ(unregistration_task.result(), 0);
 }
 
 TEST(Unregistering, DoesNotHoldUpSendersThatNameThemselves) {
@@ -226,7 +243,7 @@ TEST(Unregistering, DoesNotHoldUpSendersThatNameThemselves) {
   blocker.release();
 }
 
-TEST(Unregistering, HoldsUpSendersThatNeedTheApplicationsName) {
+TEST(Unregistering, DoesNotHoldUpSendersThatNeedTheApplicationsName) {
   Script script;
   ipcSetAppID("f");
   Blocker& blocker = script.block_as("a", 1);
@@ -234,11 +251,35 @@ TEST(Unregistering, HoldsUpSendersThatNeedTheApplicationsName) {
   ASSERT_TRUE(blocker.entered());
   Task unregistration_task([] { return leave("a"); });
   ASSERT_TRUE(unregistration_task.blocked());
-  Task sending([] { return ipcNotify("x", "n", JSObject(), 0, ""); });
-  EXPECT_TRUE(sending.blocked());
+  EXPECT_EQ(ipcGetAppID(), "f");
+  EXPECT_EQ(ipcNotify("x", "n", JSObject(), 0, ""), 0);
+  EXPECT_EQ(script.next("notify"), notification("x", "n"));
   EXPECT_TRUE(unregistration_task.running());
   blocker.release();
-  EXPECT_EQ(sending.result(), 0);
+}
+
+TEST(Unregistering, WaitsForACallbackThatRepliesUnderTheApplicationsName) {
+  Script script;
+  ipcSetAppID("f");
+  Worker& worker = immortal<Worker>();
+  std::atomic<bool> entered{false};
+  std::atomic<bool> leaving{false};
+  worker.work = [&] {
+    entered = true;
+    EXPECT_TRUE(eventually([&] { return leaving.load(); }));
+    return ipcNotify("x", "n", JSObject(), 0, "");
+  };
+  ASSERT_EQ(ipcRegisterNotificationCB("n", Worker::notified, &worker, 1, "a"), 0);
+  script.next("register");
+  script.send(notification("a", "n"));
+  ASSERT_TRUE(eventually([&] { return entered.load(); }));
+  Task unregistration_task([] { return leave("a"); });
+  EXPECT_TRUE(unregistration_task.blocked());
+  leaving = true;
+  EXPECT_EQ(unregistration_task.result(), 0);
+  EXPECT_EQ(worker.result, 0);
+  EXPECT_EQ(script.next("notify"), notification("x", "n"));
+  EXPECT_EQ(script.next("unregister"), unregistration("a", "n"));
 }
 
 TEST(Updating, WaitsForTheRunningCallback) {
@@ -333,32 +374,52 @@ TEST(InACallback, ObserversRegisterThemselvesAgain) {
   EXPECT_EQ(calls.calls(1), Lines{"result>: 0 0"});
 }
 
-TEST(InACallback, UnregisteringItselfNeverReturns) {
-  const ChildResult result = run_in_child({}, [] {
-    Script& script = immortal<Script>();
-    Worker& worker = immortal<Worker>();
-    worker.work = [] { return leave("t"); };
-    EXPECT_EQ(ipcRegisterNotificationCB("n", Worker::notified, &worker, 1, "t"), 0);
-    script.next("register");
-    script.send(notification("t", "n"));
-    EXPECT_TRUE(the_client_stands_still());
-    EXPECT_FALSE(worker.done);
-  });
-  EXPECT_EQ(result.status, 0) << result.out << result.err;
+TEST(InACallback, UnregisteringItselfDoesNotWaitForItself) {
+  Script script;
+  Worker& worker = immortal<Worker>();
+  worker.work = [] { return leave("t"); };
+  ASSERT_EQ(ipcRegisterNotificationCB("n", Worker::notified, &worker, 1, "t"), 0);
+  script.next("register");
+  script.send(notification("t", "n"));
+  EXPECT_EQ(script.next("unregister"), unregistration("t", "n"));
+  EXPECT_TRUE(eventually([&] { return worker.done.load(); }));
+  EXPECT_EQ(worker.result, 0);
 }
 
-TEST(InACallback, UpdatingItselfNeverReturns) {
-  const ChildResult result = run_in_child({}, [] {
-    Script& script = immortal<Script>();
-    Worker& worker = immortal<Worker>();
-    worker.work = [&worker] {
-      return ipcRegisterNotificationCB("n", Worker::notified, &worker, 2, "t");
-    };
-    EXPECT_EQ(ipcRegisterNotificationCB("n", Worker::notified, &worker, 1, "t"), 0);
-    script.next("register");
-    script.send(notification("t", "n"));
-    EXPECT_TRUE(the_client_stands_still());
-    EXPECT_FALSE(worker.done);
-  });
-  EXPECT_EQ(result.status, 0) << result.out << result.err;
+TEST(InACallback, UnregisteringItselfWaitsForItsOtherCalls) {
+  Script script;
+  Worker& worker = immortal<Worker>();
+  std::atomic<bool> first{true};
+  std::atomic<bool> released{false};
+  worker.work = [&] {
+    if (first.exchange(false)) {
+      EXPECT_TRUE(eventually([&] { return released.load(); }));
+      return 1;
+    }
+    return leave("t");
+  };
+  ASSERT_EQ(ipcRegisterNotificationCB("n", Worker::notified, &worker, 1, "t"), 0);
+  script.next("register");
+  script.send(notification("t", "n"));
+  EXPECT_TRUE(eventually([&] { return !first; }));
+  script.send(notification("t", "n"));
+  EXPECT_TRUE(script.server().silent(200));
+  EXPECT_FALSE(worker.done);
+  released = true;
+  EXPECT_EQ(script.next("unregister"), unregistration("t", "n"));
+  EXPECT_TRUE(eventually([&] { return worker.result == 0; }));
+}
+
+TEST(InACallback, UpdatingItselfDoesNotWaitForItself) {
+  Script script;
+  Worker& worker = immortal<Worker>();
+  worker.work = [&worker] {
+    return ipcRegisterNotificationCB("n", Worker::notified, &worker, 2, "t");
+  };
+  ASSERT_EQ(ipcRegisterNotificationCB("n", Worker::notified, &worker, 1, "t"), 0);
+  script.next("register");
+  script.send(notification("t", "n"));
+  EXPECT_EQ(script.next("register"), registration("t", "n", 2));
+  EXPECT_TRUE(eventually([&] { return worker.done.load(); }));
+  EXPECT_EQ(worker.result, 0);
 }

@@ -16,19 +16,19 @@ namespace {
 
 // Runs `call` to where it needs `lock`, and goes on when the connection is gone. The
 // reader is not told, so the connection comes back in the end.
-int lose_before(std::mutex& lock, const std::function<int()>& call) {
-  std::unique_lock<std::mutex> held(lock);
+int lose_before(Mutex& lock, const std::function<int()>& call) {
+  lock.lock();
   Task task(call);
   EXPECT_TRUE(task.blocked());
-  IPC* const connection = client.server_ipc.exchange(nullptr);
-  held.unlock();
+  Connection* const connection = client.server_ipc.exchange(nullptr);
+  lock.unlock();
   const int result = task.result();
   client.server_ipc = connection;
   return result;
 }
 
 // The log of a child that loses its connection in `call` as above.
-Lines log_of_loss(std::mutex& lock, int expected, const std::function<int()>& call) {
+Lines log_of_loss(Mutex& lock, int expected, const std::function<int()>& call) {
   const ChildResult result = run_in_child({{"NFY_LOGMASK", "191"}}, [&] {  // all but info
     Script& script = immortal<Script>();
     EXPECT_EQ(say("first"), 0);
@@ -43,29 +43,30 @@ Lines log_of_loss(std::mutex& lock, int expected, const std::function<int()>& ca
 class DeadConnection {
  public:
   DeadConnection() {
-    EXPECT_TRUE(channel_.connect("127.0.0.1", listener_.port(), -1));
+    EXPECT_TRUE(connection_.channel.connect("127.0.0.1", listener_.port(), -1));
     peer_ = listener_.accept();
-    EXPECT_EQ(shutdown(channel_.getFD(), SHUT_WR), 0);
+    EXPECT_EQ(shutdown(connection_.channel.getFD(), SHUT_WR), 0);
   }
 
-  TCP& channel() { return channel_; }
+  Connection* get() { return &connection_; }
+  TCP& channel() { return connection_.channel; }
 
   // Ends the stream, and lets the channel see that.
   void end() {
     peer_.close();
-    EXPECT_TRUE(channel_.poll_in(10000));
+    EXPECT_TRUE(channel().poll_in(10000));
   }
 
  private:
   RawListener listener_{"127.0.0.1", 0};
-  TCP channel_;
+  Connection connection_;
   RawPeer peer_;
 };
 
 }  // namespace
 
 TEST(LostConnection, IsFoundByARegistration) {
-  EXPECT_EQ(log_of_loss(client.table_lock, -1,
+  EXPECT_EQ(log_of_loss(client.registration_lock, -1,
                         [] { return ipcRegisterNotificationCB("n", do_nothing, nullptr, 5, "t"); }),
             (Lines{"NFYCL:error|register_client(): failed (NO IPC)",
                    "NFYCL:error|ipcRegisterNotificationCB(): server registration failed (to='t', "
@@ -73,7 +74,7 @@ TEST(LostConnection, IsFoundByARegistration) {
 }
 
 TEST(LostConnection, IsFoundByAnUnregistration) {
-  EXPECT_EQ(log_of_loss(client.table_lock, -1,
+  EXPECT_EQ(log_of_loss(client.registration_lock, -1,
                         [] { return ipcUnregisterNotificationCB("n", nullptr, nullptr, "t"); }),
             (Lines{"NFYCL:error|unregister_client(): failed (NO IPC)",
                    "NFYCL:error|ipcUnregisterNotificationCB(): server unregistration failed "
@@ -81,7 +82,7 @@ TEST(LostConnection, IsFoundByAnUnregistration) {
 }
 
 TEST(LostConnection, IsFoundByAnObserver) {
-  EXPECT_EQ(log_of_loss(client.table_lock, -1,
+  EXPECT_EQ(log_of_loss(client.registration_lock, -1,
                         [] { return ipcRegisterObserver(ignore_observation, nullptr); }),
             Lines{"NFYCL:error|ipcRegisterObserver(): write_msg() on ipc=(nil) failed (NO IPC), "
                   "msg={\"type\":\"register_observer\"}"});
@@ -106,19 +107,21 @@ TEST(LostConnection, IsReportedToUnicastErrorCallbacks) {
 TEST(LostConnection, LeavesNoRegistration) {
   Script script;
   ASSERT_EQ(say("first"), 0);
-  EXPECT_EQ(lose_before(client.table_lock,
+  EXPECT_EQ(lose_before(client.registration_lock,
                         [] { return ipcRegisterNotificationCB("n", do_nothing, nullptr, 5, "t"); }),
             -1);
-  EXPECT_TRUE(lazy_table(client.notification_table).empty());
+  const MutexLock lock(table_lock);
+  EXPECT_TRUE(client.notification_table.empty());
 }
 
 TEST(LostConnection, LeavesNoObserver) {
   Script script;
   ASSERT_EQ(say("first"), 0);
-  EXPECT_EQ(lose_before(client.table_lock,
+  EXPECT_EQ(lose_before(client.registration_lock,
                         [] { return ipcRegisterObserver(ignore_observation, nullptr); }),
             -1);
-  EXPECT_TRUE(lazy_table(client.observer_table).empty());
+  const MutexLock lock(table_lock);
+  EXPECT_TRUE(client.observer_table.empty());
 }
 
 TEST(LostConnection, IsNotUsedByASenderThatWaitedForItsEnd) {
@@ -132,51 +135,48 @@ TEST(LostConnection, IsNotUsedByASenderThatWaitedForItsEnd) {
   EXPECT_EQ(result.ipc, nullptr);
 }
 
-TEST(LostConnection, WakesWhoeverWaitsForIt) {
-  Script script;
-  script.receive_as("t", 1);
-  Task task([] {
-    std::unique_lock<std::mutex> held(client.send_lock);
-    while (client.server_ipc != nullptr) {
-      pthread_cond_wait(&client.reconnect_cond, client.send_lock.native_handle());
-    }
-    return 1;
-  });
-  ASSERT_TRUE(task.blocked());
-  lose(script.server());
-  EXPECT_EQ(task.result(), 1);
-}
-
 TEST(LostConnection, TakesNoWriteWithIt) {
   Script script;
   script.receive_as("t", 1);
-  std::unique_lock<std::mutex> held(client.send_lock);
-  IPC* const connection = client.server_ipc;
+  client.send_lock.lock();
+  Connection* const connection = client.server_ipc;
   shutdown(script.server().fd(), SHUT_WR);
-  EXPECT_TRUE(eventually([&] { return connection->eof(); }));
-  // The reader knows; the teardown waits for whoever is writing.
-  EXPECT_EQ(client.server_ipc.load(), connection);
-  EXPECT_TRUE(connection->write_msg(kNotifyFrame, 0, notification("t", "last")));
-  held.unlock();
-  EXPECT_EQ(script.next("notify"), notification("t", "last"));
+  // The reader ends the socket under whoever writes, and waits for that to be noticed.
   EXPECT_TRUE(script.server().at_end());
-  EXPECT_EQ(client.server_ipc.load(), nullptr);
+  EXPECT_EQ(client.server_ipc.load(), connection);
+  EXPECT_FALSE(connection->channel.write_msg(kNotifyFrame, 0, notification("t", "last")));
+  client.send_lock.unlock();
+  EXPECT_TRUE(eventually([] { return client.server_ipc == nullptr; }));
 }
 
-// A registration that was sent on a connection which then was lost: when it comes to the
-// table, there is another connection already, which has not been told of it.
-TEST(LostConnection, HasAnObserverToldToTheOneThatStandsInstead) {
+TEST(LostConnection, EndsAWriteThatTheServerDoesNotRead) {
+  Script script;
+  script.receive_as("t", 1);
+  Task sending([] { return ipcNotify("t", "n", JSObject(std::string(8U << 20, 'x')), 0, "f"); });
+  ASSERT_TRUE(sending.blocked());
+  shutdown(script.server().fd(), SHUT_WR);
+  EXPECT_EQ(sending.result(), -1);
+}
+
+// A registration whose message failed on a connection that was lost, when another one had
+// come into use, which had been told of it.
+TEST(LostConnection, HasARegistrationTakenBackFromTheOneThatStandsInstead) {
   Script script;
   EXPECT_EQ(say("first"), 0);
   script.next("notify");
-  std::unique_lock<std::mutex> held(client.change_lock);
-  Task entering([] { return ipcRegisterObserver(ignore_observation, nullptr); });
-  EXPECT_EQ(script.next("register_observer"), kObserverOn);
+  DeadConnection dead;
+  client.send_lock.lock();
+  Task entering([] { return ipcRegisterNotificationCB("n", do_nothing, nullptr, 5, "t"); });
   ASSERT_TRUE(entering.blocked());
-  client.connection_epoch = ++client.epoch;
-  held.unlock();
-  EXPECT_EQ(entering.result(), 0);
-  EXPECT_EQ(script.next("register_observer"), kObserverOn);
+  Connection* const newer = client.server_ipc.exchange(dead.get());
+  table_lock.lock();
+  client.send_lock.unlock();
+  EXPECT_TRUE(eventually([&] { return dead.channel().error(); }));
+  ++client.connections;
+  client.server_ipc = newer;
+  table_lock.unlock();
+  EXPECT_EQ(entering.result(), -1);
+  EXPECT_EQ(script.next("unregister"), unregistration("t", "n"));
   expect_nothing_sent(script.server());
 }
 
@@ -186,13 +186,12 @@ TEST(SendResult, IsSuccessWithoutAReason) {
   const SendResult result = send_to_server(nullptr, notification("t", "n"));
   EXPECT_TRUE(result.sent);
   EXPECT_STREQ(result.reason, "");
-  EXPECT_EQ(result.ipc, client.server_ipc.load());
-  EXPECT_EQ(result.epoch, client.connection_epoch.load());
+  EXPECT_EQ(result.ipc, &client.server_ipc.load()->channel);
 }
 
 TEST(SendResult, IsAnErrorOfTheWrite) {
   DeadConnection connection;
-  const SendResult result = send_to_server(&connection.channel(), "text");
+  const SendResult result = send_to_server(connection.get(), "text");
   EXPECT_FALSE(result.sent);
   EXPECT_STREQ(result.reason, "ERROR");
   EXPECT_EQ(result.ipc, &connection.channel());
@@ -201,7 +200,7 @@ TEST(SendResult, IsAnErrorOfTheWrite) {
 TEST(SendResult, IsTheEndOfTheStreamIfThatIsKnown) {
   DeadConnection connection;
   connection.end();
-  const SendResult result = send_to_server(&connection.channel(), "text");
+  const SendResult result = send_to_server(connection.get(), "text");
   EXPECT_FALSE(result.sent);
   EXPECT_STREQ(result.reason, "EOF");
 }
@@ -211,8 +210,8 @@ TEST(SendResult, IsLoggedByWhoeverTellsOfAGroup) {
     const LogChannelScope scope(kLogNotifyClient);
     DeadConnection connection;
     connection.end();
-    EXPECT_FALSE(register_client(&connection.channel(), "t", "n", 5).sent);
-    EXPECT_FALSE(unregister_client(&connection.channel(), "t", "n").sent);
+    EXPECT_FALSE(register_client(connection.get(), "t", "n", 5));
+    EXPECT_FALSE(unregister_client(connection.get(), "t", "n"));
   });
   EXPECT_EQ(result.status, 0) << result.out;
   EXPECT_EQ(client_log(result.err),
@@ -226,7 +225,7 @@ TEST(SendResult, IsNotLoggedByItself) {
   const ChildResult result = run_in_child({{"NFY_LOGMASK", "255"}}, [] {
     const LogChannelScope scope(kLogNotifyClient);
     DeadConnection connection;
-    EXPECT_FALSE(send_to_server(&connection.channel(), "text").sent);
+    EXPECT_FALSE(send_to_server(connection.get(), "text").sent);
     EXPECT_FALSE(send_to_server(nullptr, "text").sent);
   });
   EXPECT_EQ(result.status, 0) << result.out;

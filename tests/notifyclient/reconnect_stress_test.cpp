@@ -49,12 +49,12 @@ void PrintTo(const Knowledge& knowledge, std::ostream* out) {
 
 // The client's tables. Each group has one record at most.
 Knowledge tables() {
-  const std::lock_guard<std::mutex> lock(client.table_lock);
+  const MutexLock lock(table_lock);
   Knowledge result;
-  for (const NotificationRecord* record : lazy_table(client.notification_table)) {
+  for (const auto& record : client.notification_table) {
     result.priorities[{record->to, record->notification}] = record->priority;
   }
-  result.observer = !lazy_table(client.observer_table).empty();
+  result.observer = !client.observer_table.empty();
   return result;
 }
 

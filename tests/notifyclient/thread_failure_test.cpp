@@ -12,15 +12,22 @@ using namespace zedipc::test;
 
 namespace {
 
-std::int32_t holds(ReadWriteLock& lock) {
-  const std::lock_guard<std::mutex> held(lock.mutex);
-  return lock.count;
+std::shared_ptr<NotificationRecord> make_record(NotificationCallback cb, void* data) {
+  return std::make_shared<NotificationRecord>("t", "n", cb, data, 1);
+}
+
+int calls_of(const CallbackRecord& record) {
+  const MutexLock lock(table_lock);
+  return record.calls;
 }
 
 // A call without anything to say.
-void invoke(NotificationRecord& record) {
+void invoke(const std::shared_ptr<NotificationRecord>& record) {
   const std::string text;
-  start_invocation(record, {text, text, text, 0}, JSObject());
+  table_lock.lock();
+  CallHold hold(record);
+  table_lock.unlock();
+  start_invocation(std::move(hold), record->cb, {text, text, text, 0}, JSObject());
 }
 
 std::atomic<int> channel_in_callback{99};
@@ -72,27 +79,24 @@ TEST(Invocation, WithoutABlockIsLogged) {
   EXPECT_EQ(client_log(result.err), Lines{"NFYCL:error|async_cb(): error, no CBParameters"});
 }
 
-TEST(Invocation, WithoutAThreadKeepsItsHoldOnTheRecord) {
+TEST(Invocation, WithoutAThreadReleasesItsRecord) {
   const ChildResult result = run_in_child({}, [] {
-    NotificationRecord record{{}, "t", "n", do_nothing, nullptr, 1, false};
+    const auto record = make_record(do_nothing, nullptr);
     fail_threads(1);
     invoke(record);
-    invoke(record);
-    EXPECT_TRUE(eventually([&] { return holds(record.lock) == 1; }));
+    EXPECT_EQ(calls_of(*record), 0);
   });
   EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
-TEST(Invocation, WithoutAThreadKeepsItsRecordFromLeaving) {
+TEST(Invocation, WithoutAThreadLetsItsRecordLeave) {
   const ChildResult result = run_in_child({}, [] {
     Script& script = immortal<Script>();
     script.receive_as("t", 1);
     fail_threads(1);
     script.send(notification("t", "n"));
     expect_reader_ready(script.server());
-    const Task& task =
-        *new Task([] { return ipcUnregisterNotificationCB("n", nullptr, nullptr, "t"); });
-    EXPECT_TRUE(task.blocked());
+    EXPECT_EQ(ipcUnregisterNotificationCB("n", nullptr, nullptr, "t"), 0);
   });
   EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
@@ -114,13 +118,13 @@ TEST(Invocation, OfALocalReportWithoutAThreadIsLost) {
 
 TEST(Invocation, HoldsTheRecordWhileItRuns) {
   Blocker& blocker = immortal<Blocker>();
-  NotificationRecord record{{}, "t", "n", Blocker::notified, &blocker, 1, false};
+  const auto record = make_record(Blocker::notified, &blocker);
   invoke(record);
   invoke(record);
   EXPECT_TRUE(blocker.entered(2));
-  EXPECT_EQ(holds(record.lock), 2);
+  EXPECT_EQ(calls_of(*record), 2);
   blocker.release();
-  EXPECT_TRUE(eventually([&] { return holds(record.lock) == 0; }));
+  EXPECT_TRUE(eventually([&] { return calls_of(*record) == 0; }));
   EXPECT_EQ(blocker.ended(), 2);
 }
 
@@ -138,9 +142,8 @@ TEST(Invocation, RunsWithoutTheClientsLocks) {
     static void locks(void* data, const std::string&, const std::string&, const std::string&,
                       const JSObject&, unsigned int) {
       int free = 0;
-      for (std::mutex* lock : {&client.send_lock, &client.connect_lock, &client.table_lock,
-                               &client.table_create_lock, &client.change_lock}) {
-        // The reader lets go of the tables only when it has started this thread.
+      for (Mutex* lock :
+           {&client.connect_lock, &client.registration_lock, &client.send_lock, &table_lock}) {
         free += eventually([&] { return lock->try_lock(); }) ? 1 : 0;
         lock->unlock();
       }
@@ -152,7 +155,7 @@ TEST(Invocation, RunsWithoutTheClientsLocks) {
   ASSERT_EQ(ipcRegisterNotificationCB("n", Try::locks, &free_locks, 1, "t"), 0);
   script.next("register");
   script.send(notification("t", "n"));
-  EXPECT_TRUE(eventually([&] { return free_locks == 5; }));
+  EXPECT_TRUE(eventually([&] { return free_locks == 4; }));
 }
 
 TEST(LogChannel, IsTheCallersAgainAfterEachCall) {
@@ -172,19 +175,50 @@ TEST(LogChannel, IsTheCallersAgainAfterEachCall) {
   EXPECT_EQ(dbg_log_channel(), kLogNotifyServer);
 }
 
-TEST(Reader, ThatCannotBeHadIsNotMissed) {
+TEST(Reader, ThatCannotBeHadGivesTheConnectionUp) {
   const ChildResult result = run_in_child({{"NFY_LOGMASK", "255"}}, [] {
     Script& script = immortal<Script>();
-    const int threads = thread_count();
     fail_threads(1);
-    EXPECT_EQ(ipcNotify("*", "first", JSObject(), 0, "f"), 0);
-    script.next("notify");
-    EXPECT_EQ(thread_count(), threads);
+    EXPECT_EQ(ipcRegisterNotificationCB("n", do_nothing, nullptr, 1, "t"), -1);
+    EXPECT_TRUE(script.server().at_end());
+    script.server().close();
+    Recorder& calls = script.receive_as("t", 1);
     script.send(notification("t", "n"));
-    EXPECT_TRUE(script.server().silent(200));
-    EXPECT_EQ(ipcNotify("*", "second", JSObject(), 0, "f"), 0);
-    script.next("notify");
+    EXPECT_EQ(calls.calls(1), Lines{call_of("t", "n")});
   });
   EXPECT_EQ(result.status, 0) << result.out;
-  EXPECT_EQ(client_log(result.err, "error"), Lines{});
+  EXPECT_EQ(client_log(result.err, "error"),
+            (Lines{"NFYCL:error|init(): pthread_create() failed with error=11",
+                   "NFYCL:error|ipcRegisterNotificationCB(): notification server is not running "
+                   "(connect failed)"}));
+}
+
+TEST(Reader, ThatCannotBeHadAfterALossIsTriedAgain) {
+  const ChildResult result = run_in_child({}, [] {
+    Script& script = immortal<Script>();
+    Recorder& calls = script.receive_as("t", 1);
+    lose(script.server());
+    fail_threads(1);
+    EXPECT_EQ(say("lost"), -1);
+    script.server().close();  // which was connected for a moment
+    EXPECT_EQ(script.next("register"), registration("t", "n", 1));
+    script.send(notification("t", "n"));
+    EXPECT_EQ(calls.calls(1), Lines{call_of("t", "n")});
+  });
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+}
+
+TEST(Returned, WaitsForAThreadThatCannotBeHad) {
+  const ChildResult result = run_in_child({}, [] {
+    Script& script = immortal<Script>();
+    script.receive_as("t", 1);
+    fail_threads(1);
+    const std::string large(8000, 'x');  // more than is sent back without a thread
+    script.send(notification("u", large));
+    EXPECT_TRUE(script.server().silent(200));
+    script.send(notification("u", "n"));
+    EXPECT_EQ(script.next("notify"), notification("u", large));
+    EXPECT_EQ(script.next("notify"), notification("u", "n"));
+  });
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
 }

@@ -240,6 +240,27 @@ TEST(OutboundRule, LeavesAUnicastToALocalRow) {
                    "(ipc=S2) successful"}));
 }
 
+TEST(OutboundRule, LetsARemoteRowTakeByItsPriorityWhatALocalOneWouldGet) {
+  ServerProcess server("out * * n\n", {});
+  const RawPeer local = join("display", "n", 9);
+  const RawPeer remote = join("display", "n", 10, kRemote);
+  const int identity = settle(local);
+  local.send_message(notification("display", "n"));
+  EXPECT_EQ(remote.receive_message(), notification("display", "n", identity));
+  local.send_message(notification("1", "n"));
+  EXPECT_EQ(remote.receive_message(), notification("1", "n", identity));
+  settle(local);
+}
+
+TEST(OutboundRule, IsPassedByANameWithMoreBehindAZeroByte) {
+  ServerProcess server("out * far n\n", {});
+  const RawPeer remote = join("far\\u0000away", "n", 1, kRemote);
+  const RawPeer sender = RawPeer::connect();
+  const int identity = settle(sender);
+  sender.send_message(notification("far\\u0000away", "n"));
+  EXPECT_EQ(remote.receive_message(), notification("far\\u0000away", "n", identity));
+}
+
 TEST(OutboundRule, SendsAUnicastBackThatOnlyARemoteRowCouldTake) {
   ServerProcess server("out nobody * *\n", {});
   const RawPeer remote = join("far", "n", 1, kRemote);

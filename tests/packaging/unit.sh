@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # The systemd unit is understood by systemd, and shuts the server in well enough.
-#   unit.sh UNIT COMMAND
-# COMMAND stands in for the installed one. Ends with 77 where systemd is not installed.
+#   unit.sh BUILD-DIR
+# Ends with 77 where systemd is not installed.
 set -euo pipefail
-unit=$1 command=$2
+build=$1
 
 command -v systemd-analyze >/dev/null || {
   echo 'systemd-analyze is not installed'
@@ -13,8 +13,8 @@ command -v systemd-analyze >/dev/null || {
 
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
-sed "s|^ExecStart=[^ ]*|ExecStart=$command|" "$unit" >"$scratch/zedipc.service"
-cd "$scratch"
+cmake --install "$build" --prefix "$scratch" --component tools >/dev/null
+cd "$scratch/lib/systemd/system"
 
 complaints=$(systemd-analyze verify --man=no ./zedipc.service 2>&1) || {
   echo "$complaints"

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Callbacks that are registered, replaced and removed by many threads while frames come.
 #include <atomic>
+#include <chrono>
 #include <deque>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 #include "ipc/receive.h"
@@ -174,4 +176,81 @@ TYPED_TEST(Callbacks, HaveEndedWhenTheirChannelIsDeleted) {
   });
   crew.join();
   EXPECT_GT(calls, 0);
+}
+
+// ---- Connections that come to a channel with a callback while others have input
+
+namespace {
+
+// A channel that is connected again and again, and what its callback has seen of it.
+class Reconnected {
+ public:
+  // Each peer that `listener` accepts is sent a frame at once, and the callback that takes it
+  // has to find the peer's address.
+  template <typename Channel, typename Connect>
+  static void expect_addresses(Channel& listener, const Connect& connect) {
+    constexpr int kConnections = amount(500);
+    const HangGuard guard;
+    AdoptedPair busy;
+    EXPECT_TRUE(busy.other.write("x", 1));
+    ASSERT_TRUE(busy.one.set_callback(take_long_and_leave_it, nullptr));
+    Crew peer(1, [&](int, Random&) {
+      Session latest;
+      for (int i = 0; i < kConnections; ++i) {
+        // The one before ends later: its end would be told instead of the frame.
+        Session session(listener.accept(10000));
+        ASSERT_NE(session, nullptr);
+        ASSERT_TRUE(session->write_msg(kId, i, "x", 1));
+        latest.swap(session);
+        if (session != nullptr) {
+          EXPECT_TRUE(session->poll_in(10000)) << "the channel has closed it";
+        }
+      }
+      EXPECT_TRUE(latest->poll_in(10000));
+    });
+    Reconnected seen;
+    {
+      Channel channel;
+      ASSERT_TRUE(channel.set_callback(called, &seen));
+      for (int i = 0; i < kConnections; ++i) {
+        ASSERT_TRUE(connect(channel));
+        ASSERT_TRUE(eventually([&] { return seen.frames_ > i; }));
+        EXPECT_NE(seen.address_, "");
+        EXPECT_EQ(seen.address_, channel.remote_addr());
+      }
+    }
+  }
+
+ private:
+  // Called in each pass, and holds up everybody who waits for the dispatcher.
+  static void take_long_and_leave_it(void* /*data*/, IPC* ipc) {
+    char nothing;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(ipc->read(&nothing, 0, 0), 0);
+  }
+  static void called(void* data, IPC* ipc) {
+    auto& seen = *static_cast<Reconnected*>(data);
+    if (ipc->eof()) return;
+    seen.address_ = ipc->remote_addr();
+    EXPECT_NE(receive(*ipc), "false");
+    ++seen.frames_;
+  }
+
+  std::string address_;
+  std::atomic<int> frames_{0};
+};
+
+}  // namespace
+
+TEST(Reconnections, OfAPipeShowTheirAddressInTheCallback) {
+  ListeningPipe listening;
+  Reconnected::expect_addresses(
+      listening.channel, [&](Pipe& channel) { return channel.connect(listening.name.c_str()); });
+}
+
+TEST(Reconnections, OfTcpShowTheirAddressInTheCallback) {
+  Listening listening;
+  const unsigned short port = port_in(listening.channel.local_addr());
+  Reconnected::expect_addresses(listening.channel,
+                                [&](TCP& channel) { return channel.connect("127.0.0.1", port); });
 }

@@ -2,8 +2,13 @@
 // zedipc serve.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <zedipc/tcp.h>
 
+#include <array>
+#include <cstddef>
 #include <string>
 
 #include "support/raw_peer.h"
@@ -18,6 +23,87 @@ using zedipc::test::port_is_open;
 using zedipc::test::ScratchDir;
 
 namespace {
+
+// The socket of a service manager, whose name begins with '@' if it is no file.
+class Manager {
+ public:
+  explicit Manager(const std::string& name) : fd_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    name.copy(address.sun_path, sizeof address.sun_path - 1);
+    if (name[0] == '@') address.sun_path[0] = '\0';
+    const std::size_t length = offsetof(sockaddr_un, sun_path) + name.size();
+    EXPECT_EQ(
+        bind(fd_, reinterpret_cast<const sockaddr*>(&address), static_cast<socklen_t>(length)), 0);
+  }
+  ~Manager() { close(fd_); }
+  Manager(const Manager&) = delete;
+  Manager& operator=(const Manager&) = delete;
+
+  // What it is told within `msec`; "" for nothing.
+  [[nodiscard]] std::string told(int msec) const {
+    pollfd waited{fd_, POLLIN, 0};
+    if (poll(&waited, 1, msec) != 1) return "";
+    char text[64];
+    const ssize_t count = recv(fd_, text, sizeof text, 0);
+    return {text, static_cast<std::size_t>(count)};
+  }
+
+ private:
+  int fd_;
+};
+
+// A server that logs all it does, and the end from which its log can be read.
+class LoggingServer {
+ public:
+  LoggingServer() {
+    EXPECT_TRUE(port_is_open_soon());
+    close(ends_[1]);
+  }
+  ~LoggingServer() { close_log(); }
+  LoggingServer(const LoggingServer&) = delete;
+  LoggingServer& operator=(const LoggingServer&) = delete;
+
+  Child& process() { return child_; }
+
+  void close_log() {
+    if (ends_[0] != -1) close(ends_[0]);
+    ends_[0] = -1;
+  }
+
+  // Reads the log until `text` has come.
+  [[nodiscard]] bool logs(const std::string& text) const {
+    std::string log;
+    char chunk[65536];
+    while (log.find(text) == std::string::npos) {
+      pollfd waited{ends_[0], POLLIN, 0};
+      if (poll(&waited, 1, 10000) != 1) return false;
+      const ssize_t count = read(ends_[0], chunk, sizeof chunk);
+      if (count <= 0) return false;
+      log.append(chunk, static_cast<std::size_t>(count));
+    }
+    return true;
+  }
+
+ private:
+  static bool port_is_open_soon() {
+    return zedipc::test::eventually([] { return port_is_open(kNotifyPort); });
+  }
+
+  // A small pipe, which is soon full.
+  static std::array<int, 2> make_pipe() {
+    std::array<int, 2> ends{-1, -1};
+    EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    fcntl(ends[1], F_SETPIPE_SZ, 4096);
+    return ends;
+  }
+
+  std::array<int, 2> ends_ = make_pipe();
+  Child child_{{{"IPC_LOGMASK", "255"}, {"NFY_LOGMASK", "255"}}, [this] {
+                 dup2(ends_[1], STDERR_FILENO);
+                 become({"serve"});
+               }};
+};
 
 class EndedServer : public testing::TestWithParam<int> {};
 
@@ -121,4 +207,82 @@ TEST(Serve, ServesOnWhenItsReaderHasGone) {
   ASSERT_EQ(read(ends[0], &byte, 1), 1);  // it listens
   close(ends[0]);
   EXPECT_EQ(run({"ping", "--count", "1"}).status, 0);
+}
+
+TEST(Serve, TellsTheServiceManagerOnceItListens) {
+  const ScratchDir dir;
+  const Manager manager(dir.file("notify"));
+  const Tool server({"serve"}, "", {{"NOTIFY_SOCKET", dir.file("notify")}});
+  EXPECT_EQ(manager.told(20000), "READY=1");
+  EXPECT_TRUE(port_is_open(kNotifyPort));
+}
+
+TEST(Serve, TellsAServiceManagerWhoseSocketIsNoFile) {
+  const std::string name = "@zedipc-test-" + std::to_string(getpid());
+  const Manager manager(name);
+  const Tool server({"serve"}, "", {{"NOTIFY_SOCKET", name}});
+  EXPECT_EQ(manager.told(20000), "READY=1");
+}
+
+TEST(Serve, TellsTheServiceManagerNothingIfItCannotStart) {
+  Tool first({"serve"});
+  ASSERT_TRUE(first.prints("\n"));
+  const ScratchDir dir;
+  const Manager manager(dir.file("notify"));
+  EXPECT_EQ(run({"serve"}, "", {{"NOTIFY_SOCKET", dir.file("notify")}}).status, 1);
+  EXPECT_EQ(manager.told(0), "");
+}
+
+TEST(Serve, ServesOnWhenTheServiceManagerCannotBeTold) {
+  const ScratchDir dir;
+  Tool server({"serve"}, "", {{"NOTIFY_SOCKET", dir.file("none")}});
+  EXPECT_TRUE(server.wait_for_err("cannot tell the service manager"));
+  EXPECT_EQ(run({"ping", "--count", "1"}).status, 0);
+}
+
+TEST(Serve, ServesOnWhenTheReaderOfItsLogHasGone) {
+  LoggingServer server;
+  server.close_log();
+  EXPECT_EQ(run({"ping", "--count", "3", "--interval", "10"}).status, 0);
+}
+
+TEST(Serve, ServesOnWhileNobodyReadsItsLog) {
+  const LoggingServer server;
+  EXPECT_EQ(run({"send", "nobody", "n", "--count", "1500"}).status, 0);
+  EXPECT_EQ(run({"ping", "--count", "1"}).status, 0);
+}
+
+TEST(Serve, SaysHowMuchOfItsLogNobodyRead) {
+  const LoggingServer server;
+  EXPECT_EQ(run({"send", "nobody", "n", "--count", "1500"}).status, 0);
+  EXPECT_TRUE(server.logs(" lines of the log are missing here"));
+}
+
+TEST(Serve, EndsWhileNobodyReadsItsLog) {
+  LoggingServer server;
+  EXPECT_EQ(run({"send", "nobody", "n", "--count", "1500"}).status, 0);
+  server.process().kill(SIGTERM);
+  EXPECT_EQ(server.process().wait(10), 0);
+}
+
+TEST(Serve, PassesOnTheWholeLogToAReader) {
+  LoggingServer server;
+  EXPECT_EQ(run({"send", "nobody", "the.last", "--from", "the.sender"}).status, 0);
+  server.process().kill(SIGTERM);
+  EXPECT_TRUE(server.logs("the.last"));
+  EXPECT_EQ(server.process().wait(), 0);
+}
+
+TEST(Serve, ServesAlthoughNobodyHearsItsFirstWords) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  close(ends[0]);
+  const Child server({}, [&] {
+    dup2(ends[1], STDOUT_FILENO);
+    become({"serve"});
+  });
+  close(ends[1]);
+  EXPECT_TRUE(zedipc::test::eventually([] { return port_is_open(kNotifyPort); }));
+  const Result result = run({"ping", "--count", "3", "--interval", "100"});
+  EXPECT_TRUE(contains(result.out, "3 received")) << result.out;
 }

@@ -10,16 +10,21 @@
 #include "common/tcp_table.h"
 #include "zedipc/commands.h"
 #include "zedipc/inbox.h"
+#include "zedipc/log_relay.h"
 #include "zedipc/output.h"
 #include "zedipc/rule_check.h"
+#include "zedipc/service_manager.h"
 #include "zedipc/text.h"
 
 namespace command {
 
 namespace {
 
-// Nobody tells when the server listens, so it is looked at.
+// The library does not tell when the server listens, so this process looks for a listening
+// socket of its own: a start that fails never has one.
 constexpr std::chrono::milliseconds kBetweenLooks{5};
+// Where no socket can be seen, for want of /proc, a start that takes so long has not failed.
+constexpr std::chrono::seconds kLongestStart{10};
 
 RuleFile open_rules(const std::string& path) {
   try {
@@ -51,11 +56,11 @@ std::string taken_port(bool external) {
 // What the server's result means; the file was readable and right a moment before.
 std::string reason(int result, bool external) {
   switch (result) {
-    case -3:
+    case zedipc::kServerNotStarted:
       return taken_port(external);
-    case -4:
+    case zedipc::kServerNoRuleFile:
       return "cannot start: the rule file cannot be opened any more";
-    case -5:
+    case zedipc::kServerBadRuleFile:
       return "cannot start: the rule file has just become wrong; check it with 'zedipc rules'";
     default:
       return "cannot start: the library gave the unknown result " + std::to_string(result);
@@ -70,9 +75,19 @@ std::string announcement(const std::optional<RuleFile>& file) {
   return "serving this machine, on 127.0.0.1 port 5899 (local): " + counts;
 }
 
+void announce(const std::optional<RuleFile>& file) {
+  tell_ready();
+  try {
+    Output().line(announcement(file));
+  } catch (const OutputClosed&) {
+    // It serves all the same.
+  }
+}
+
 }  // namespace
 
 int serve(const ServeOptions& options) {
+  const LogRelay relay;
   const std::optional<RuleFile> file = read_rules(options.rules);
   const bool external = file && file->external();
   Inbox& inbox = Inbox::instance();
@@ -85,10 +100,11 @@ int serve(const ServeOptions& options) {
   }).detach();
 
   bool announced = false;
+  const Clock::time_point started = Clock::now() + kLongestStart;
   while (!Inbox::asked_to_end()) {
     if (result != 0) throw Failure(reason(result, external));
-    if (!announced && common::listens(getpid())) {
-      Output().line(announcement(file));
+    if (!announced && (common::listens(getpid()) || Clock::now() >= started)) {
+      announce(file);
       announced = true;
     }
     inbox.wait(announced ? Clock::time_point::max() : Clock::now() + kBetweenLooks);
