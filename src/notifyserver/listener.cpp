@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // The start of the notification server, and its accept loop.
-#include <pthread.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -13,6 +11,7 @@
 #include <zedipc/notify.h>
 #include <zedipc/tcp.h>
 
+#include "base/thread.h"
 #include "notifyserver/rules.h"
 #include "notifyserver/server_state.h"
 #include "notifyserver/session.h"
@@ -40,7 +39,7 @@ bool read_file(const char* path, std::string& text) {
 }
 
 // 0, or the result with which the server's start fails.
-int load_rules(const char* config_file) {
+int load_rules(const char* config_file) REQUIRES(server.server_lock) {
   std::string text;
   if (!read_file(config_file, text)) {
     ZEDIPC_SERVER_LOG(kLogError, "ipcNotificationServer(): couldn't open config file '%s'\n",
@@ -57,7 +56,7 @@ int load_rules(const char* config_file) {
 
 // Without rules nothing may cross the machine's border, and so the port is not
 // opened to it either.
-bool open_port(TCP& listener) {
+bool open_port(TCP& listener) REQUIRES(server.server_lock) {
   const bool external = !server.inbound_rules.empty() || !server.outbound_rules.empty();
   const char* const name = external ? "external" : "local";
   if (!listener.listen(NOTIFY_PORT, external ? nullptr : "127.0.0.1")) {
@@ -73,7 +72,7 @@ bool open_port(TCP& listener) {
 
 // The listener is made once the rules are read: a channel logs even its own end.
 int start(std::optional<TCP>& listener, const char* config_file) {
-  const std::lock_guard<std::mutex> lock(server.server_lock);
+  const MutexLock lock(server.server_lock);
   if (server.server_running) return kServerNotStarted;
   if (config_file != nullptr) {
     if (const int problem = load_rules(config_file)) return problem;
@@ -93,20 +92,16 @@ IPC* accept_next(TCP& listener) {
 }
 
 [[noreturn]] void serve(TCP& listener) {
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
   for (;;) {
     IPC* const session = accept_next(listener);
     ZEDIPC_SERVER_LOG(kLogInfo, "ipcNotificationServer(): accepted new session (ipc=%p)\n",
                       static_cast<void*>(session));
-    pthread_t thread;
-    const int problem = pthread_create(&thread, &attributes, handle_client, session);
-    if (problem == 0) continue;
+    const ThreadStart started = start_thread(handle_client, session);
+    if (started.error == 0) continue;
     ZEDIPC_SERVER_LOG(kLogError,
-                      "ipcNotificationServer(): pthread_create() failed with error=%d, close "
+                      "ipcNotificationServer(): %s() failed with error=%d, close "
                       "session (ipc=%p)\n",
-                      problem, static_cast<void*>(session));
+                      started.call, started.error, static_cast<void*>(session));
     delete session;
   }
 }
