@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <thread>
@@ -38,7 +39,7 @@ bool read_file(const char* path, std::string& text) {
   return true;
 }
 
-// 0, or the result with which the server's start fails.
+// 0, or the result of a start that fails.
 int load_rules(const char* config_file) REQUIRES(server.server_lock) {
   std::string text;
   if (!read_file(config_file, text)) {
@@ -54,8 +55,8 @@ int load_rules(const char* config_file) REQUIRES(server.server_lock) {
   return 0;
 }
 
-// Without rules nothing may cross the machine's border, and so the port is not
-// opened to it either.
+// Without rules nothing may cross the machine's border, so other machines cannot even
+// connect.
 bool open_port(TCP& listener) REQUIRES(server.server_lock) {
   const bool external = !server.inbound_rules.empty() || !server.outbound_rules.empty();
   const char* const name = external ? "external" : "local";
@@ -70,7 +71,8 @@ bool open_port(TCP& listener) REQUIRES(server.server_lock) {
   return true;
 }
 
-// The listener is made once the rules are read: a channel logs even its own end.
+// Makes the listener only once the rules are read: a channel logs even its own end, and a
+// start that fails earlier has nothing to say about channels.
 int start(std::optional<TCP>& listener, const char* config_file) {
   const MutexLock lock(server.server_lock);
   if (server.server_running) return kServerNotStarted;
@@ -82,11 +84,22 @@ int start(std::optional<TCP>& listener, const char* config_file) {
   return 0;
 }
 
-// The next peer. A single failure may be that peer's own, and the next attempt follows at
-// once; what fails again lacks something, and pauses grow until it is there.
+// Null on a failure. Too little memory is one, as too few descriptors are: an exception would
+// end this server and leave the process unable to start another.
+IPC* try_accept(TCP& listener) {
+  try {
+    return listener.accept(-1);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+// The next peer. A single failure may be that peer's own, so the next attempt follows at
+// once. Failures in a row mean that something is lacking: pause longer and longer until it
+// is there.
 IPC* accept_next(TCP& listener) {
   for (std::chrono::milliseconds pause(0);; pause = std::min(2 * pause + 1ms, kLongestPause)) {
-    if (IPC* const session = listener.accept(-1)) return session;
+    if (IPC* const session = try_accept(listener)) return session;
     std::this_thread::sleep_for(pause);
   }
 }
