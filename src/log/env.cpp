@@ -1,21 +1,23 @@
 // SPDX-License-Identifier: MIT
+// Reading the process's environment, one thread at a time.
 #include "log/env.h"
 
 #include <cstdlib>
-#include <mutex>
+
+#include "base/mutex.h"
 
 namespace zedipc {
 
 namespace {
 
-std::mutex env_lock;
+Mutex env_lock;
 
 }  // namespace
 
 bool env_lookup(const char* name, std::string& value) {
   value.clear();
   if (name == nullptr) return false;
-  const std::lock_guard<std::mutex> lock(env_lock);
+  const MutexLock lock(env_lock);
   const char* const text = std::getenv(name);
   if (text == nullptr) return false;
   value = text;

@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: MIT
+// The choice of where messages go, and the lines on standard error.
 #include "log/log.h"
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
+#include <memory>
+#include <new>
 #include <string>
 
+#include "base/mutex.h"
 #include "base/number.h"
 #include "log/env.h"
 #include "log/log_library.h"
@@ -22,10 +26,11 @@ const char* const kChannelNames[kLogChannels] = {"IPC", "NFY", "NFYCL"};
 const char* const kLevelNames[] = {"emerg",   "alert", "critical", "error",
                                    "warning", "note",  "info",     "debug"};
 constexpr std::size_t kPidText = 32;
+constexpr std::size_t kLineText = 1024;  // longer lines are put together elsewhere
 
 // Set at the end of dbg_log_init; what is written before it needs no lock to read.
 std::atomic<bool> initialised{false};
-std::mutex log_lock;  // dbg_log_init, and each line
+Mutex log_lock;  // dbg_log_init, and each line
 // The levels that come out, as bits, for each channel; all where the log library decides.
 std::uint32_t level_masks[kLogChannels] = {};
 
@@ -59,11 +64,35 @@ const char* file_name(const char* path) {
   return slash == nullptr ? path : slash + 1;
 }
 
+// Writes a line whose head, of this size, stands in `text`. One write, since nothing that
+// others write to standard error may come between the head and the message.
+__attribute__((format(printf, 3, 0))) void write_line(char (&text)[kLineText], std::size_t head,
+                                                      const char* format, va_list ap) {
+  va_list again;
+  va_copy(again, ap);
+  const int count = std::vsnprintf(&text[head], sizeof text - head, format, ap);
+  const std::size_t size = head + static_cast<std::size_t>(std::max(count, 0));
+  std::unique_ptr<char[]> longer;
+  if (size >= sizeof text) longer.reset(new (std::nothrow) char[size + 1]);
+  const MutexLock lock(log_lock);
+  if (size < sizeof text) {
+    std::fwrite(text, 1, size, log_stream);
+  } else if (longer != nullptr) {
+    std::memcpy(longer.get(), text, head);
+    std::vsnprintf(&longer[head], size + 1 - head, format, again);
+    std::fwrite(longer.get(), 1, size, log_stream);
+  } else {  // two writes are better than no line
+    std::fwrite(text, 1, head, log_stream);
+    std::vfprintf(log_stream, format, again);
+  }
+  va_end(again);
+}
+
 }  // namespace
 
 void dbg_log_init() {
   if (initialised.load(std::memory_order_acquire)) return;
-  const std::lock_guard<std::mutex> lock(log_lock);
+  const MutexLock lock(log_lock);
   if (initialised.load(std::memory_order_relaxed)) return;
   char pid[kPidText];
   pid_text(pid);
@@ -123,11 +152,12 @@ void dbg_vlog(const char* module, int line, unsigned level, const char* format, 
   // 32 bits on purpose: readers of the log know the stamp to wrap after 49 days.
   const auto stamp = static_cast<std::uint32_t>(now.tv_sec) * 1000U +
                      static_cast<std::uint32_t>(now.tv_nsec / 1000000);
-  const std::lock_guard<std::mutex> lock(log_lock);
-  std::fprintf(log_stream, "IPC|%s:%d|%s|%d.%03d|%s:%s|", file_name(module), line, pid_text(pid),
-               static_cast<int>(stamp / 1000U), static_cast<int>(stamp % 1000U),
-               kChannelNames[channel], kLevelNames[level & 7U]);
-  std::vfprintf(log_stream, format, ap);
+  char text[kLineText];
+  const int head =
+      std::snprintf(text, sizeof text, "IPC|%s:%d|%s|%d.%03d|%s:%s|", file_name(module), line,
+                    pid_text(pid), static_cast<int>(stamp / 1000U), static_cast<int>(stamp % 1000U),
+                    kChannelNames[channel], kLevelNames[level & 7U]);
+  write_line(text, std::min(static_cast<std::size_t>(head), sizeof text - 1), format, ap);
 }
 
 int& dbg_log_channel() { return thread_channel; }

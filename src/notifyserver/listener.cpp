@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The start of the notification server, and its accept loop.
-#include <pthread.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <thread>
@@ -13,6 +12,7 @@
 #include <zedipc/notify.h>
 #include <zedipc/tcp.h>
 
+#include "base/thread.h"
 #include "notifyserver/rules.h"
 #include "notifyserver/server_state.h"
 #include "notifyserver/session.h"
@@ -39,8 +39,8 @@ bool read_file(const char* path, std::string& text) {
   return true;
 }
 
-// 0, or the result with which the server's start fails.
-int load_rules(const char* config_file) {
+// 0, or the result of a start that fails.
+int load_rules(const char* config_file) REQUIRES(server.server_lock) {
   std::string text;
   if (!read_file(config_file, text)) {
     ZEDIPC_SERVER_LOG(kLogError, "ipcNotificationServer(): couldn't open config file '%s'\n",
@@ -55,9 +55,9 @@ int load_rules(const char* config_file) {
   return 0;
 }
 
-// Without rules nothing may cross the machine's border, and so the port is not
-// opened to it either.
-bool open_port(TCP& listener) {
+// Without rules nothing may cross the machine's border, so other machines cannot even
+// connect.
+bool open_port(TCP& listener) REQUIRES(server.server_lock) {
   const bool external = !server.inbound_rules.empty() || !server.outbound_rules.empty();
   const char* const name = external ? "external" : "local";
   if (!listener.listen(NOTIFY_PORT, external ? nullptr : "127.0.0.1")) {
@@ -71,9 +71,10 @@ bool open_port(TCP& listener) {
   return true;
 }
 
-// The listener is made once the rules are read: a channel logs even its own end.
+// Makes the listener only once the rules are read: a channel logs even its own end, and a
+// start that fails earlier has nothing to say about channels.
 int start(std::optional<TCP>& listener, const char* config_file) {
-  const std::lock_guard<std::mutex> lock(server.server_lock);
+  const MutexLock lock(server.server_lock);
   if (server.server_running) return kServerNotStarted;
   if (config_file != nullptr) {
     if (const int problem = load_rules(config_file)) return problem;
@@ -83,30 +84,37 @@ int start(std::optional<TCP>& listener, const char* config_file) {
   return 0;
 }
 
-// The next peer. A single failure may be that peer's own, and the next attempt follows at
-// once; what fails again lacks something, and pauses grow until it is there.
+// Null on a failure. Too little memory is one, as too few descriptors are: an exception would
+// end this server and leave the process unable to start another.
+IPC* try_accept(TCP& listener) {
+  try {
+    return listener.accept(-1);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+// The next peer. A single failure may be that peer's own, so the next attempt follows at
+// once. Failures in a row mean that something is lacking: pause longer and longer until it
+// is there.
 IPC* accept_next(TCP& listener) {
   for (std::chrono::milliseconds pause(0);; pause = std::min(2 * pause + 1ms, kLongestPause)) {
-    if (IPC* const session = listener.accept(-1)) return session;
+    if (IPC* const session = try_accept(listener)) return session;
     std::this_thread::sleep_for(pause);
   }
 }
 
 [[noreturn]] void serve(TCP& listener) {
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
   for (;;) {
     IPC* const session = accept_next(listener);
     ZEDIPC_SERVER_LOG(kLogInfo, "ipcNotificationServer(): accepted new session (ipc=%p)\n",
                       static_cast<void*>(session));
-    pthread_t thread;
-    const int problem = pthread_create(&thread, &attributes, handle_client, session);
-    if (problem == 0) continue;
+    const ThreadStart started = start_thread(handle_client, session);
+    if (started.error == 0) continue;
     ZEDIPC_SERVER_LOG(kLogError,
-                      "ipcNotificationServer(): pthread_create() failed with error=%d, close "
+                      "ipcNotificationServer(): %s() failed with error=%d, close "
                       "session (ipc=%p)\n",
-                      problem, static_cast<void*>(session));
+                      started.call, started.error, static_cast<void*>(session));
     delete session;
   }
 }

@@ -19,7 +19,7 @@ struct Registration {
   std::string to;
   std::string notification;
   std::int32_t priority = 0;
-  IPC* ipc = nullptr;  // null: the row was removed
+  IPC* ipc = nullptr;
   bool remote = false;
   std::size_t name_hash = hash_of(notification);
 
@@ -31,8 +31,8 @@ struct Registration {
 // same time however many there are.
 class RegistrationTable {
  public:
-  // In order. Removed rows stay among them until there are more of them than others, so
-  // that those do not have to move each time: pass over them.
+  // In order. A removed row stays, as one without a session, until there are more such rows
+  // than others, so that those do not move each time: pass over it. It is no remote one.
   [[nodiscard]] const std::vector<Registration>& rows() const { return rows_; }
   [[nodiscard]] bool empty() const { return rows_.size() == removed_; }
   // How many rows are of remote sessions.

@@ -15,7 +15,7 @@ namespace {
 constexpr std::int32_t kMaxRemoteRegistrations = 256;
 
 // Whether any rule lets the notification leave, from whomever and to whomever.
-bool may_leave(const std::string& notification) {
+bool may_leave(const std::string& notification) REQUIRES(server.server_lock) {
   return std::any_of(server.outbound_rules.begin(), server.outbound_rules.end(),
                      [&](const ConfigRule& rule) {
                        return wildcard_match(rule.notification.c_str(), notification.c_str());

@@ -7,12 +7,12 @@
 
 namespace zedipc {
 
-// "register" and "unregister". The server's lock is held, here and below.
-void add_registration(const Session& session, Message& message);
-void remove_registration(const Session& session, Message& message);
+// "register" and "unregister".
+void add_registration(const Session& session, Message& message) REQUIRES(server.server_lock);
+void remove_registration(const Session& session, Message& message) REQUIRES(server.server_lock);
 
 // "register_observer" and "unregister_observer", of a local session.
-void add_observer(const Session& session);
-void remove_observer(const Session& session);
+void add_observer(const Session& session) REQUIRES(server.server_lock);
+void remove_observer(const Session& session) REQUIRES(server.server_lock);
 
 }  // namespace zedipc

@@ -23,7 +23,7 @@ struct Notification : Headline {
 };
 
 // Reads and logs the notification, and asks the rules.
-Notification receive(const Session& session, Message& message) {
+Notification receive(const Session& session, Message& message) REQUIRES(server.server_lock) {
   const Headline n = message.headline();
   if (dbg_log_enabled(kLogInfo)) {
     const std::string parameter = message.parameter_text();
@@ -41,18 +41,20 @@ Notification receive(const Session& session, Message& message) {
 }
 
 // Tells the observers that `row` has been served, under the name it registered.
-void notify_observers(const Notification& n, const Registration& row) {
+void notify_observers(const Notification& n, const Registration& row) REQUIRES(server.server_lock) {
   if (server.observers.empty()) return;
   const std::string text = notify_observer_text({n.from, row.to, n.notification, n.flags});
   for (IPC* const observer : server.observers) send(observer, text);
 }
 
+// The names differ for nearly all rows, and so do their hashes; a removed row has no session.
 bool is_called(const Registration& row, const Notification& n) {
-  return row.name_hash == n.name_hash && row.notification == n.notification;
+  return row.name_hash == n.name_hash && row.ipc != nullptr && row.notification == n.notification;
 }
 
 // Each session gets the text once; observers hear of each row.
-void broadcast(const Notification& n, const std::string& received_text) {
+void broadcast(const Notification& n, const std::string& received_text)
+    REQUIRES(server.server_lock) {
   if (n.inbound_blocked) {
     ZEDIPC_SERVER_LOG(
         kLogNote, "handle_client(): broadcast notification '%s' blocked by inbound configuration\n",
@@ -61,7 +63,6 @@ void broadcast(const Notification& n, const std::string& received_text) {
   }
   std::set<IPC*> served;
   for (const Registration& row : server.registrations.rows()) {
-    if (row.ipc == nullptr) continue;
     void* const address = row.ipc;
     if (row.remote && n.outbound_blocked) {
       ZEDIPC_SERVER_LOG(kLogNote,
@@ -89,12 +90,11 @@ void broadcast(const Notification& n, const std::string& received_text) {
 
 // The row with the highest priority that can take it, the latest of equal ones;
 // null if there is none.
-const Registration* find_best(const Notification& n) {
+const Registration* find_best(const Notification& n) REQUIRES(server.server_lock) {
   const bool any_receiver = n.to == kToHighestPriority;
   const Registration* best = nullptr;
   std::int32_t best_priority = std::numeric_limits<std::int32_t>::min();
   for (const Registration& row : server.registrations.rows()) {
-    if (row.ipc == nullptr) continue;
     if (row.remote && n.outbound_blocked) {
       ZEDIPC_SERVER_LOG(kLogNote,
                         "handle_client(): unicast notification '%s' to '%s' (ipc=%p) blocked by "
@@ -120,7 +120,7 @@ const Registration* find_best(const Notification& n) {
 
 // Writes to the best row, and to the next best where that fails: a failed write
 // leaves the session's error state set, by which the next search passes over it.
-bool deliver(const Notification& n, const std::string& text) {
+bool deliver(const Notification& n, const std::string& text) REQUIRES(server.server_lock) {
   while (const Registration* const best = find_best(n)) {
     void* const address = best->ipc;
     if (send(best->ipc, text)) {
@@ -141,7 +141,8 @@ bool deliver(const Notification& n, const std::string& text) {
 
 // Sends the message back, as an error, to the session that it first came from, if
 // that still lives. The reference comes from the network, and so is only looked up.
-void report_unicast_error(const Notification& n, const std::string& text, std::int32_t reference) {
+void report_unicast_error(const Notification& n, const std::string& text, std::int32_t reference)
+    REQUIRES(server.server_lock) {
   const auto sender = server.sessions.find(reference);
   if (sender == server.sessions.end()) return;
   send(sender->second, text);
@@ -151,7 +152,7 @@ void report_unicast_error(const Notification& n, const std::string& text, std::i
 }
 
 // False if nobody took it: the sender has to be told.
-bool unicast(const Notification& n, const std::string& text) {
+bool unicast(const Notification& n, const std::string& text) REQUIRES(server.server_lock) {
   if (!n.inbound_blocked) return deliver(n, text);
   ZEDIPC_SERVER_LOG(kLogNote,
                     "handle_client(): unicast notification '%s' blocked by inbound configuration\n",

@@ -7,7 +7,7 @@
 
 namespace zedipc {
 
-// Delivers a "notify" that `session` sent. The server's lock is held.
-void route_notification(const Session& session, Message& message);
+// Delivers a "notify" that `session` sent.
+void route_notification(const Session& session, Message& message) REQUIRES(server.server_lock);
 
 }  // namespace zedipc

@@ -1,26 +1,27 @@
 // SPDX-License-Identifier: MIT
+// The one instance of the server's state, and the identities of its sessions.
 #include "notifyserver/server_state.h"
 
 #include <limits>
+
+#include "base/never_destroyed.h"
 
 namespace zedipc {
 
 namespace {
 
-// Far from the small numbers that a careless sender may put in a message.
-constexpr std::int32_t kFirstIdentity = 0x10000000;
+NeverDestroyed<ServerState> state;
 
 }  // namespace
 
-ServerState& server = *new ServerState;
-
-ServerState::ServerState() : next_identity(kFirstIdentity) {}
+ServerState& server = *state;
 
 std::int32_t add_session(IPC* ipc) {
   for (;;) {
     const std::int32_t identity = server.next_identity;
-    server.next_identity =
-        identity == std::numeric_limits<std::int32_t>::max() ? kFirstIdentity : identity + 1;
+    server.next_identity = identity == std::numeric_limits<std::int32_t>::max()
+                               ? ServerState::kFirstIdentity
+                               : identity + 1;
     if (server.sessions.emplace(identity, ipc).second) return identity;
   }
 }

@@ -4,11 +4,11 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <set>
 
 #include <zedipc/ipc.h>
 
+#include "base/mutex.h"
 #include "log/log.h"
 #include "notifyserver/registration_table.h"
 #include "notifyserver/rules.h"
@@ -22,28 +22,27 @@ inline constexpr char kServerModule[] = "src/notifyserver.cpp";
 
 struct ServerState {
   // Held while a message is handled, all writes to other sessions included, so that
-  // no session can go away under a writer. Guards everything here.
-  std::mutex server_lock;
+  // no session can go away under a writer.
+  Mutex server_lock;
 
-  // Every live session by its identity, by which messages refer to it.
-  std::map<std::int32_t, IPC*> sessions;
-  std::int32_t next_identity;
+  // Every live session by its identity, by which messages refer to it. The first is far
+  // from the small numbers that a careless sender may put in a message.
+  static constexpr std::int32_t kFirstIdentity = 0x10000000;
+  std::map<std::int32_t, IPC*> sessions GUARDED_BY(server_lock);
+  std::int32_t next_identity GUARDED_BY(server_lock) = kFirstIdentity;
 
   // Their order decides between equal priorities.
-  RegistrationTable registrations;
+  RegistrationTable registrations GUARDED_BY(server_lock);
 
-  std::set<IPC*> observers;
+  std::set<IPC*> observers GUARDED_BY(server_lock);
 
   // Written before the first session starts, and only read afterwards.
-  RuleSet inbound_rules;
-  RuleSet outbound_rules;
-  bool server_running = false;  // never cleared
-
-  ServerState();
+  RuleSet inbound_rules GUARDED_BY(server_lock);
+  RuleSet outbound_rules GUARDED_BY(server_lock);
+  bool server_running GUARDED_BY(server_lock) = false;  // never cleared
 };
 
-// Made when the library is loaded and never destroyed, since session threads run
-// until the process has gone.
+// Never destroyed, since session threads run until the process has gone.
 extern ServerState& server;
 
 // A live session, as the thread that serves it sees it.
@@ -53,8 +52,8 @@ struct Session {
   bool remote;
 };
 
-// Gives the session an identity that no live session has. The lock is held.
-std::int32_t add_session(IPC* ipc);
+// Gives the session an identity that no live session has.
+std::int32_t add_session(IPC* ipc) REQUIRES(server.server_lock);
 
 inline const char* place_name(bool remote) { return remote ? "remote" : "local"; }
 inline const char* failure_name(IPC* ipc) { return ipc->eof() ? "EOF" : "ERROR"; }

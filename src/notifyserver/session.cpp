@@ -25,7 +25,7 @@ bool is_remote(const IPC& ipc) {
 
 // Whatever is no known message, or is not for remote sessions, is ignored without
 // a word.
-void handle_message(const Session& session, Message& message) {
+void handle_message(const Session& session, Message& message) REQUIRES(server.server_lock) {
   switch (message.type()) {
     case MessageType::kNotify:
       return route_notification(session, message);
@@ -46,7 +46,7 @@ void handle_message(const Session& session, Message& message) {
 
 void handle_text(const Session& session, const std::string& received_text) {
   Message message(received_text, Message::Parameter::kLeave);
-  const std::lock_guard<std::mutex> lock(server.server_lock);
+  const MutexLock lock(server.server_lock);
   handle_message(session, message);
 }
 
@@ -68,7 +68,7 @@ bool read_message(IPC* ipc, std::string& text) {
 
 void end_session(const Session& session) {
   {
-    const std::lock_guard<std::mutex> lock(server.server_lock);
+    const MutexLock lock(server.server_lock);
     server.registrations.remove_session(session.ipc);
     server.observers.erase(session.ipc);
     server.sessions.erase(session.identity);
@@ -85,7 +85,7 @@ void* handle_client(void* accepted) {
   const LogChannelScope scope(kLogNotifyServer);
   Session session{static_cast<IPC*>(accepted), 0, false};
   {
-    const std::lock_guard<std::mutex> lock(server.server_lock);
+    const MutexLock lock(server.server_lock);
     session.identity = add_session(session.ipc);
   }
   session.remote = is_remote(*session.ipc);

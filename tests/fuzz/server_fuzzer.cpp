@@ -202,9 +202,11 @@ std::string read_rules(Input& input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input(data, size);
-  parse_config(read_rules(input), server.inbound_rules, server.outbound_rules);
-  static const std::int32_t first_identity = server.next_identity;
-  server.next_identity = first_identity;
+  {
+    const MutexLock lock(server.server_lock);
+    parse_config(read_rules(input), server.inbound_rules, server.outbound_rules);
+    server.next_identity = ServerState::kFirstIdentity;
+  }
   while (!input.empty()) {
     const std::string line = input.line();
     if (line.size() < 2) continue;
@@ -212,6 +214,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     peers()[number].play(line.substr(1));
   }
   for (Peer& peer : peers()) peer.end();
+  const MutexLock lock(server.server_lock);
   require(server.sessions.empty(), "no session is left");
   require(server.registrations.empty(), "no registration is left");
   require(server.registrations.remote_rows() == 0, "no remote registration is counted");

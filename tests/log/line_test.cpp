@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The text of a line.
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cinttypes>
@@ -41,6 +42,33 @@ std::string stamp_at(std::int64_t seconds, long nanoseconds) {
   }));
   return lines.size() == 1 ? lines[0].stamp : "no line";
 }
+
+// What a line says, if this is one.
+std::string after_head(const std::string& line) {
+  return line.rfind("IPC|", 0) == 0 ? line.substr(line.rfind('|') + 1) : "no line: " + line;
+}
+
+// Takes the place of standard error, and keeps what is written there write by write.
+class WritesToStandardError {
+ public:
+  WritesToStandardError() {
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends_), 0);
+    EXPECT_EQ(dup2(ends_[0], STDERR_FILENO), STDERR_FILENO);
+  }
+  WritesToStandardError(const WritesToStandardError&) = delete;
+  WritesToStandardError& operator=(const WritesToStandardError&) = delete;
+
+  // What one write wrote; nothing if there was none.
+  [[nodiscard]] std::string next() const {
+    std::string text(200000, '\0');
+    const ssize_t size = recv(ends_[1], &text[0], text.size(), MSG_DONTWAIT);
+    text.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+    return text;
+  }
+
+ private:
+  int ends_[2];
+};
 
 }  // namespace
 
@@ -180,4 +208,24 @@ TEST(LogLine, IsNotTornByOtherThreads) {
   }
   EXPECT_EQ(count, std::vector<int>(8, 200));
   EXPECT_EQ(bytes, text.size()) << "there are lines that are none of the log's";
+}
+
+// So that what others write to the same place cannot come in between.
+TEST(LogLine, GoesOutAsOneWrite) {
+  const ChildResult result = run_in_child(kAll, [] {
+    const WritesToStandardError writes;
+    log_on(kLogIpc, kLogError);
+    EXPECT_EQ(writes.next().rfind("DBGLOG <", 0), 0U);
+    EXPECT_EQ(after_head(writes.next()), "text\n");
+    for (const std::size_t size : {0U, 400U, 1000U, 1024U, 3000U, 100000U}) {
+      for (std::size_t length = size; length < size + 100; ++length) {
+        const std::string message(length, 'x');
+        log_on(kLogIpc, kLogError, message.c_str());
+        EXPECT_EQ(after_head(writes.next()), message + "\n");
+      }
+    }
+    log_on(kLogNoChannel, kLogError);
+    EXPECT_EQ(writes.next().back(), '\n');
+  });
+  EXPECT_EQ(result.status, 0) << result.out;
 }

@@ -235,3 +235,17 @@ TEST(Registration, OfManyRowsTakesSecondsAtMost) {
   leave(peer);
   settle(other, 1000);
 }
+
+// A removed row keeps its place for a while.
+TEST(Unregistration, LeavesNothingThatANotificationWithoutANameReaches) {
+  ServerProcess server;
+  const RawPeer peer = join("a", "n");
+  for (const char* to : {"b", "c", "d"}) peer.send_message(registration(to, "n"));
+  peer.send_message(unregistration("b", "n"));
+  const int identity = settle(peer);
+  peer.send_message(notification("*", ""));
+  peer.send_message(notification("", ""));
+  EXPECT_EQ(peer.receive_message(), unicast_error("", "", identity));
+  peer.send_message(notification("1", ""));
+  EXPECT_EQ(peer.receive_message(), unicast_error("1", "", identity));
+}

@@ -38,6 +38,7 @@ TCP* connected(RawPeer& peer) {
 }  // namespace
 
 TEST(SessionIdentity, CountsUp) {
+  const MutexLock lock(server.server_lock);
   TCP first;
   TCP second;
   const std::int32_t identity = add_session(&first);
@@ -45,18 +46,21 @@ TEST(SessionIdentity, CountsUp) {
 }
 
 TEST(SessionIdentity, LeadsToItsSession) {
+  const MutexLock lock(server.server_lock);
   TCP session;
   EXPECT_EQ(server.sessions.at(add_session(&session)), &session);
 }
 
 TEST(SessionIdentity, IsNotUsedAgainAfterASessionsEnd) {
+  const MutexLock lock(server.server_lock);
   TCP session;
   const std::int32_t identity = add_session(&session);
   server.sessions.erase(identity);
   EXPECT_NE(add_session(&session), identity);
 }
 
-TEST(SessionIdentity, IsNeitherNullNorSmallBehindTheLargest) {
+TEST(SessionIdentity, IsNeitherNullNorSmallAfterTheLargest) {
+  const MutexLock lock(server.server_lock);
   TCP session;
   server.next_identity = kLargest;
   EXPECT_EQ(add_session(&session), kLargest);
@@ -64,6 +68,7 @@ TEST(SessionIdentity, IsNeitherNullNorSmallBehindTheLargest) {
 }
 
 TEST(SessionIdentity, PassesOverThoseAliveWhenItWraps) {
+  const MutexLock lock(server.server_lock);
   TCP session;
   std::set<std::int32_t> identities;
   for (int i = 0; i < 10; ++i) identities.insert(add_session(&session));
@@ -91,10 +96,14 @@ TEST(HandleClient, ClosesTheChannel) {
 TEST(HandleClient, LeavesNothingInTheTables) {
   RawPeer peer;
   TCP* const session = connected(peer);
-  server.outbound_rules.insert({"*", "*", "*"});
+  {
+    const MutexLock lock(server.server_lock);
+    server.outbound_rules.insert({"*", "*", "*"});
+  }
   peer.send_message(R"({"notification":"n","to":"t","type":"register"})");
   peer.close();
   handle_client(session);
+  const MutexLock lock(server.server_lock);
   EXPECT_TRUE(server.sessions.empty());
   EXPECT_TRUE(server.registrations.empty());
   EXPECT_TRUE(server.observers.empty());
@@ -135,18 +144,18 @@ TEST(ServerStart, RestoresTheThreadsLogChannelWhenItFails) {
 
 TEST(ServerStart, LeavesTheServerIdleAndUnlockedWhenItFails) {
   const ScratchDir dir;
-  EXPECT_EQ(ipcNotificationServer(dir.file("missing").c_str()), -4);
-  EXPECT_FALSE(server.server_running);
-  EXPECT_EQ(ipcNotificationServer(dir.write("bad", "bad").c_str()), -5);
-  EXPECT_FALSE(server.server_running);
-  ASSERT_TRUE(server.server_lock.try_lock());
-  server.server_lock.unlock();
+  for (const std::string& file : {dir.file("missing"), dir.write("bad", "bad")}) {
+    EXPECT_LT(ipcNotificationServer(file.c_str()), 0);
+    const MutexLock lock(server.server_lock);
+    EXPECT_FALSE(server.server_running);
+  }
 }
 
 TEST(ServerStart, KeepsTheRulesAheadOfABadLine) {
   const ScratchDir dir;
   const std::string file = dir.write("bad", "in a b c\nout d e f\nbad\nin g h i\n");
   EXPECT_EQ(ipcNotificationServer(file.c_str()), -5);
+  const MutexLock lock(server.server_lock);
   EXPECT_EQ(server.inbound_rules.size(), 1U);
   EXPECT_EQ(server.outbound_rules.size(), 1U);
 }
@@ -155,6 +164,7 @@ TEST(ServerStart, KeepsTheRulesWhenTheNextFileCannotBeOpened) {
   const ScratchDir dir;
   EXPECT_EQ(ipcNotificationServer(dir.write("bad", "in a b c\nbad\n").c_str()), -5);
   EXPECT_EQ(ipcNotificationServer(dir.file("missing").c_str()), -4);
+  const MutexLock lock(server.server_lock);
   EXPECT_EQ(server.inbound_rules.size(), 1U);
 }
 
@@ -162,6 +172,7 @@ TEST(ServerStart, ForgetsTheRulesWhenTheNextFileIsRead) {
   const ScratchDir dir;
   EXPECT_EQ(ipcNotificationServer(dir.write("first", "in a b c\nbad\n").c_str()), -5);
   EXPECT_EQ(ipcNotificationServer(dir.write("second", "out d e f\nbad\n").c_str()), -5);
+  const MutexLock lock(server.server_lock);
   EXPECT_TRUE(server.inbound_rules.empty());
   EXPECT_EQ(server.outbound_rules.size(), 1U);
 }

@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <new>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -22,6 +23,7 @@
 
 #include "notifyserver/messages.h"
 #include "notifyserver/server_log.h"
+#include "support/allocations.h"
 #include "support/child.h"
 #include "support/failing_threads.h"
 #include "support/log_lines.h"
@@ -404,4 +406,20 @@ TEST(Listener, ClosesASessionThatGetsNoThread) {
   EXPECT_EQ(log_messages(child.err(), "error", "NFY"),
             Lines{"NFY:error|ipcNotificationServer(): pthread_create() failed with error=" +
                   std::to_string(EAGAIN) + ", close session (ipc=PTR)"});
+}
+
+TEST(Listener, GoesOnWhenThereIsNoMemoryForASession) {
+  const Child child(kAllLevels, [] {
+    // The first call that starts fails with the allocation after that.
+    for (int number = 1;; ++number) {
+      fail_allocation(number);
+      try {
+        ipcNotificationServer();
+      } catch (const std::bad_alloc&) {
+      }
+    }
+  });
+  wait_for_start(child);
+  EXPECT_TRUE(RawPeer::connect().at_end());
+  settle(RawPeer::connect());
 }
