@@ -1,17 +1,19 @@
 # SPDX-License-Identifier: MIT
-"""Puts the results of the last full run into docs/performance.md.
+"""Puts the figures of the last full run into docs/performance.md.
 
 What stands between two marks there is written anew; the text around it is people's."""
 import re
-import shutil
 import textwrap
 from pathlib import Path
 
 from driver import plan, plots, table
-from driver.results import Results, latest
+from driver.figures import Figures
+from driver.results import Missing, Results, latest
 
 DOCUMENT = Path("docs/performance.md")
 DIRECTORY = Path("docs/performance")
+FIGURES = "figures.tsv"
+PINNED_FIGURES = "figures-pinned.tsv"
 WIDTH = 100
 
 PART = re.compile(r"(<!-- figures: (\w+) -->\n).*?(<!-- end of figures -->)", re.DOTALL)
@@ -28,7 +30,7 @@ def begin(found, *prefixes):
 def against_floor(found, *prefixes):
     return table.markdown(
         ["work", "zedipc", "quartiles", "CPU", "floor", "of floor", "CPU of floor"],
-        [row[:7] for row in table.lines(found, begin(found, *prefixes))])
+        table.lines(found, begin(found, *prefixes)))
 
 
 def with_allocations(found, works):
@@ -86,17 +88,25 @@ def fill(text, contents):
     return PART.sub(lambda m: f"{m.group(1)}{contents[m.group(2)]}\n{m.group(3)}", text)
 
 
+def take(pinned, path):
+    """Summarises the last full run in a file, if there has been one, and reads the file."""
+    source = latest(pinned, partial=False)
+    if source.exists():
+        figures = Figures.of(Results.read(source))
+        if pinned:  # what the document shows of it
+            figures = figures.only(MESSAGES, (plan.LIBRARY, plan.FLOOR))
+        figures.write(path)
+    return Figures.read(path)
+
+
 def publish():
-    """The figures, the plots and what they are from."""
-    source = latest(pinned=False, partial=False)
-    found = Results.read(source)
-    pinned_source = latest(pinned=True, partial=False)
-    pinned = Results.read(pinned_source) if pinned_source.exists() else None
+    """Writes the figures, the document and the plots."""
+    found = take(False, DIRECTORY / FIGURES)
+    try:
+        pinned = take(True, DIRECTORY / PINNED_FIGURES)
+    except Missing:
+        pinned = None
     text = fill(DOCUMENT.read_text(encoding="utf-8"), parts(found, pinned))
-    DIRECTORY.mkdir(parents=True, exist_ok=True)
     DOCUMENT.write_text(text, encoding="utf-8")
-    shutil.copyfile(source, DIRECTORY / "results.json")
-    if pinned:
-        shutil.copyfile(pinned_source, DIRECTORY / "results-pinned.json")
     plots.draw(found, DIRECTORY)
     print(f"{DOCUMENT} and {DIRECTORY} are written.")

@@ -57,13 +57,21 @@ class Row:
     def median(self):
         return statistics.median(self.values)
 
-    def other(self, name):
-        """The median of a further figure, or None."""
-        return statistics.median(self.others[name]) if name in self.others else None
+    def quartiles(self):
+        """The first quartile, the median and the third quartile."""
+        return quartiles(self.values)
+
+    def times_as_good_as(self, other):
+        """As a ratio; None where that makes no sense."""
+        return ratio(self.values, other.values, self.unit)
+
+    def further(self, name, unit):
+        """A further figure as a row of its own, or None."""
+        return Row(unit, self.others[name]) if name in self.others else None
 
     def cpu(self):
         """The processor time of one message or call, as a row of its own; or None."""
-        return Row("us", self.others["cpu_us"]) if "cpu_us" in self.others else None
+        return self.further("cpu_us", "us")
 
 
 class Results:

@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Results as tables, for the terminal and for the document."""
 from driver import plan
-from driver.results import quartiles, ratio
 
 COLUMNS = ["work", "zedipc", "quartiles", "CPU", "floor", "of floor", "CPU of floor",
            "best peer", "", "of best peer"]
@@ -43,7 +42,7 @@ def quantity(value, unit):
 
 def spread(row):
     """The first and the third quartile, in the unit that the median is shown in."""
-    first, median, third = quartiles(row.values)
+    first, median, third = row.quartiles()
     factor, _ = scale(median, row.unit)
     return f"{number(first * factor)} .. {number(third * factor)}"
 
@@ -52,7 +51,7 @@ def compare(row, other):
     """How many times as good a row is as another, as a text."""
     if row is None or other is None:
         return "-"
-    quotient = ratio(row.values, other.values, row.unit)
+    quotient = row.times_as_good_as(other)
     return "-" if quotient is None else f"{quotient:.2f}"
 
 
@@ -62,7 +61,7 @@ def peer_name(work, peer):
     return f"{peer} (no server)" if direct and not is_small(work) else peer
 
 
-def line(found, work):
+def against_floor(found, work):
     """The cells of a work, or None if the library has no part in it."""
     rows = found.works[work]
     own = rows.get(plan.LIBRARY)
@@ -70,7 +69,6 @@ def line(found, work):
         return None
     floor = rows.get(plan.FLOOR)
     cpu = own.cpu()
-    peer = found.best_peer(work)
     return [
         work,
         quantity(own.median, own.unit),
@@ -79,21 +77,29 @@ def line(found, work):
         quantity(floor.median, floor.unit) if floor else "-",
         compare(own, floor),
         compare(cpu, floor.cpu() if floor else None),
-        peer_name(work, peer) if peer else "-",
-        quantity(rows[peer].median, rows[peer].unit) if peer else "-",
-        compare(own, rows[peer] if peer else None),
     ]
 
 
-def lines(found, works=None):
-    """The lines of the works, all of them if not told."""
-    cells = [line(found, work) for work in (found.works if works is None else works)]
+def against_best_peer(found, work):
+    """The cells that a terminal shows besides."""
+    rows = found.works[work]
+    peer = found.best_peer(work)
+    if not peer:
+        return ["-", "-", "-"]
+    return [peer_name(work, peer), quantity(rows[peer].median, rows[peer].unit),
+            compare(rows[plan.LIBRARY], rows[peer])]
+
+
+def lines(found, works):
+    """The lines of the works in which the library has a part."""
+    cells = [against_floor(found, work) for work in works]
     return [row for row in cells if row is not None]
 
 
 def text(found):
     """The table for a terminal. All ratios are better the larger they are."""
-    table = [COLUMNS, *lines(found, sorted(found.works, key=is_small))]
+    body = lines(found, sorted(found.works, key=is_small))
+    table = [COLUMNS, *([*row, *against_best_peer(found, row[0])] for row in body)]
     widths = [max(len(row[i]) for row in table) for i in range(len(COLUMNS))]
     shown = []
     for row in table:
@@ -113,15 +119,15 @@ def markdown(head, body):
 
 
 def comparison(found, works, subjects):
-    """Everybody's medians, with the processor time of a message behind them, in Markdown."""
+    """Everybody's medians, and in brackets the processor time of a message, in Markdown."""
     body = []
     for work in works:
         rows = found.works[work]
         cells = []
         for subject in subjects:
             row = rows.get(subject)
-            cpu = row.other("cpu_us") if row else None
-            cells.append("-" if row is None else
-                         quantity(row.median, row.unit) + (f" ({number(cpu)})" if cpu else ""))
+            cpu = row.cpu() if row else None
+            brackets = f" ({number(cpu.median)})" if cpu and cpu.median else ""
+            cells.append("-" if row is None else quantity(row.median, row.unit) + brackets)
         body.append([work, *cells])
     return markdown(["work", *subjects], body)

@@ -54,11 +54,12 @@ void on_settled(void* settled, const std::string& /*from*/, const std::string& /
 void wait_until_registered() {
   sem_t settled;
   sem_init(&settled, 0, 0);
-  require(ipcRegisterNotificationCB("settled", on_settled, &settled) == 0, "registering");
-  require(ipcNotify(ipcGetAppID(), "settled") == 0, "sending");
+  require(ipcRegisterNotificationCB("settled", on_settled, &settled) == kNotifyDone, "registering");
+  require(ipcNotify(ipcGetAppID(), "settled") == kNotifyDone, "sending");
   while (sem_wait(&settled) != 0) {
   }
-  require(ipcUnregisterNotificationCB("settled", on_settled, &settled) == 0, "unregistering");
+  require(ipcUnregisterNotificationCB("settled", on_settled, &settled) == kNotifyDone,
+          "unregistering");
   sem_destroy(&settled);
 }
 
@@ -80,7 +81,9 @@ class NotifySender : public Sender {
       : to_(work.kind == Kind::kBroadcast ? "*" : kReceiver),
         notification_(kNotification),
         parameter_(make_parameter(work.size)) {}
-  void send() override { require(ipcNotify(to_, notification_, parameter_) == 0, "sending"); }
+  void send() override {
+    require(ipcNotify(to_, notification_, parameter_) == kNotifyDone, "sending");
+  }
 
  private:
   const std::string to_;
@@ -121,7 +124,8 @@ class Zedipc : public Subject {
 
   void receive(const Work& work, Board& board, int index) override {
     ipcSetAppID(index == 0 ? kReceiver : kReceiver + std::to_string(index));
-    require(ipcRegisterNotificationCB(kNotification, on_message, &board) == 0, "registering");
+    require(ipcRegisterNotificationCB(kNotification, on_message, &board) == kNotifyDone,
+            "registering");
     wait_until_registered();
     if (work.kind == Kind::kIdle) start_dispatcher();
     board.ready();

@@ -7,7 +7,7 @@ import unittest
 
 sys.path.insert(0, sys.argv.pop(1))
 
-from driver import document, plan, plots, results, table  # noqa: E402
+from driver import document, figures, plan, plots, results, table  # noqa: E402
 
 
 def sample(work, subject, value, unit="us", **others):
@@ -47,7 +47,7 @@ class Results(unittest.TestCase):
         found.add_inside({"name": "json_parse/small/rapidjson", "run_type": "iteration",
                           "cpu_time": 7, "real_time": 8, "time_unit": "ns", "allocations": 2})
         row = found.works["json_parse/small"]["rapidjson"]
-        self.assertEqual((row.median, row.other("allocations")), (7, 2))
+        self.assertEqual((row.median, row.others["allocations"]), (7, [2]))
 
     def test_take_the_wall_clock_where_the_benchmark_does(self):
         found = results.Results()
@@ -91,9 +91,11 @@ class Table(unittest.TestCase):
         found = collected(sample("unicast_latency/64", "zedipc", 10, cpu_us=8),
                           sample("unicast_latency/64", "floor", 9, cpu_us=6),
                           sample("unicast_latency/64", "dbus", 20))
-        (row,) = table.lines(found)
+        (row,) = table.lines(found, found.works)
         self.assertEqual(row[1], "10.0 us")
-        self.assertEqual(row[5:], ["0.90", "0.75", "dbus", "20.0 us", "2.00"])
+        self.assertEqual(row[5:], ["0.90", "0.75"])
+        self.assertEqual(table.against_best_peer(found, "unicast_latency/64"),
+                         ["dbus", "20.0 us", "2.00"])
 
     def test_says_who_has_no_server(self):
         found = collected(sample("unicast_flood/64", "zedipc", 1, "/s"),
@@ -106,7 +108,7 @@ class Table(unittest.TestCase):
         self.assertIn("skipped: nng: libnng-dev is not installed", table.text(found))
 
     def test_leaves_out_what_the_library_has_no_part_in(self):
-        self.assertEqual(table.lines(collected(sample("w", "nng", 1))), [])
+        self.assertEqual(table.lines(collected(sample("w", "nng", 1)), ["w"]), [])
 
     def test_changes_to_the_unit_that_suits(self):
         self.assertEqual([table.quantity(n, "ns") for n in (9999, 10000, 25e6)],
@@ -119,6 +121,62 @@ class Table(unittest.TestCase):
     def test_shows_three_digits(self):
         self.assertEqual([table.number(n) for n in (0, 0.5, 12.34, 1234.5, None)],
                          ["0", "0.50", "12.3", "1,234", "-"])
+
+
+def kept(found):
+    """The figures of these results, from a file."""
+    with tempfile.TemporaryDirectory() as directory:
+        path = pathlib.Path(directory) / "new" / "figures.tsv"
+        return figures.Figures.read(figures.Figures.of(found).write(path))
+
+
+class Figures(unittest.TestCase):
+    FOUND = collected(
+        *(sample("unicast_latency/64", "zedipc", value, cpu_us=value / 3, allocations=2)
+          for value in (10, 10, 13)),
+        *(sample("unicast_latency/64", "floor", value, cpu_us=1) for value in (10, 20, 91)),
+        sample("unicast_flood/64", "nng", 1234567.891, "/s"))
+
+    def test_have_a_line_each(self):
+        with tempfile.TemporaryDirectory() as directory:
+            path = figures.Figures.of(self.FOUND).write(pathlib.Path(directory) / "f")
+            lines = path.read_text(encoding="utf-8").splitlines()[2:]
+        self.assertEqual(lines[0], "unicast_latency/64\tzedipc\tresult\tus\t10\t10\t11.5\t2")
+        self.assertEqual([line.split("\t")[1:3] for line in lines[1:]],
+                         [["zedipc", "cpu_us"], ["zedipc", "allocations"], ["floor", "result"],
+                          ["floor", "cpu_us"], ["nng", "result"]])
+
+    def test_give_the_same_tables_as_the_results(self):
+        again = kept(self.FOUND)
+        works = list(self.FOUND.works)
+        self.assertEqual(list(again.works), works)
+        self.assertEqual(table.lines(again, works), table.lines(self.FOUND, works))
+        subjects = ["zedipc", "floor", "nng"]
+        self.assertEqual(table.comparison(again, works, subjects),
+                         table.comparison(self.FOUND, works, subjects))
+
+    def test_give_the_same_plots_as_the_results(self):
+        works = list(self.FOUND.works)
+        self.assertEqual(plots.data(kept(self.FOUND), works, plots.ORDER),
+                         plots.data(self.FOUND, works, plots.ORDER))
+
+    def test_keep_allocations(self):
+        row = kept(self.FOUND).works["unicast_latency/64"]["zedipc"]
+        self.assertEqual(row.other("allocations"), 2)
+
+    def test_keep_the_machine(self):
+        found = collected()
+        found.about = {"compiler": "ä", "rounds": 7}
+        self.assertEqual(kept(found).about, found.about)
+
+    def test_can_be_a_choice_of_works_and_subjects(self):
+        chosen = figures.Figures.of(self.FOUND).only(("unicast_",), ("floor",))
+        self.assertEqual({work: list(rows) for work, rows in chosen.works.items()},
+                         {"unicast_latency/64": ["floor"]})
+
+    def test_that_are_not_there_are_missed(self):
+        with self.assertRaises(results.Missing):
+            figures.Figures.read(pathlib.Path("/nonexistent/figures.tsv"))
 
 
 class Document(unittest.TestCase):
@@ -138,7 +196,7 @@ class Document(unittest.TestCase):
                 document.fill(self.TEXT, contents)
 
     def test_has_the_parts_that_the_driver_fills(self):
-        found = results.Results()
+        found = figures.Figures()
         found.about = {name: "" for name in (
             "date", "commit", "rounds", "processor", "processors", "memory", "virtual", "kernel",
             "system", "c_library", "compiler")}
@@ -146,6 +204,13 @@ class Document(unittest.TestCase):
         marks = {mark for _, mark, _ in document.PART.findall(
             (pathlib.Path(sys.path[0]).parent / document.DOCUMENT).read_text(encoding="utf-8"))}
         self.assertEqual(marks, set(document.parts(found, None)))
+
+    def test_is_what_the_figures_beside_it_say(self):
+        bench = pathlib.Path(sys.path[0])
+        shown = (bench.parent / document.DOCUMENT).read_text(encoding="utf-8")
+        found, pinned = (figures.Figures.read(bench.parent / document.DIRECTORY / name)
+                         for name in (document.FIGURES, document.PINNED_FIGURES))
+        self.assertEqual(document.fill(shown, document.parts(found, pinned)), shown)
 
 
 class Plan(unittest.TestCase):
@@ -163,6 +228,23 @@ class Plot(unittest.TestCase):
         found = collected(sample("w/64", "zedipc", 1), sample("w/1024", "floor", 2))
         self.assertEqual(plots.data(found, ["w/64", "w/1024"], ["zedipc", "floor"]),
                          '"64" 1 1 1 ? ? ?\n"1024" ? ? ? 2 2 2\n')
+
+
+    def test_shows_nanoseconds_as_the_axis_says(self):
+        found = collected(sample("w/64", "zedipc", 1500, "ns"))
+        self.assertEqual(plots.data(found, ["w/64"], ["zedipc"]), '"64" 1.5 1.5 1.5\n')
+
+    def test_has_a_colour_for_each_subject(self):
+        self.assertEqual(set(plots.COLOURS), {plan.LIBRARY, plan.FLOOR, *plan.PEERS})
+        self.assertEqual(len(set(plots.COLOURS.values())), len(plots.COLOURS))
+
+    def test_gives_a_subject_its_colour_whoever_is_beside_it(self):
+        self.assertIn(f'title "nng" linecolor rgb "{plots.COLOURS["nng"]}"',
+                      plots.series("file", "round_trip/tcp/64", ["zedipc", "nng"]))
+
+    def test_explains_the_floor(self):
+        self.assertIn('title "floor (bare, same design)"',
+                      plots.series("file", "unicast_flood/64", ["floor"]))
 
 
 unittest.main()

@@ -4,46 +4,23 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <fstream>
+#include <filesystem>
+#include <iterator>
 #include <string>
 
-#include "support/raw_peer.h"
 #include "support/server_process.h"
+#include "tools/receiver.h"
 #include "tools/tool.h"
 
 using namespace command::test;
-using zedipc::test::RawPeer;
 using zedipc::test::ServerProcess;
 
 namespace {
 
-// A receiver named "display" of the notification "n", which the server knows.
-class Receiver {
- public:
-  Receiver() {
-    peer_.send_message(R"({"type":"register","to":"display","notification":"n"})");
-    // What is sent to nobody comes back when the registration has been read.
-    peer_.send_message(R"({"type":"notify","from":"d","to":"nobody","notification":"n"})");
-    EXPECT_TRUE(contains(peer_.receive_message(), "unicast_error"));
-  }
-  [[nodiscard]] std::string next() const { return peer_.receive_message(); }
-  [[nodiscard]] const RawPeer& peer() const { return peer_; }
-
- private:
-  RawPeer peer_ = RawPeer::connect();
-};
-
-// Waits until the process ends by Ctrl-C in a way of its own.
-bool catches_ctrl_c(pid_t pid) {
-  return zedipc::test::eventually([pid] {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string word; status >> word;) {
-      if (word == "SigCgt:" && status >> word) {
-        return (std::stoull(word, nullptr, 16) >> (SIGINT - 1) & 1U) != 0;
-      }
-    }
-    return false;
-  });
+std::ptrdiff_t threads(pid_t pid) {
+  std::error_code ignored;
+  return std::distance(
+      std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task", ignored), {});
 }
 
 // What arrives of a notification that is sent with these arguments.
@@ -55,13 +32,6 @@ std::string sent(Arguments arguments, const std::string& input = "") {
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out + result.err, "");
   return receiver.next();
-}
-
-std::string message(const std::string& to, const std::string& parameter,
-                    const std::string& from = "zedipc", const std::string& flags = "0") {
-  const std::string reference = to == "*" ? "" : R"("reference":268435456,)";
-  return R"({"flags":)" + flags + R"(,"from":")" + from + R"(","notification":"n","parameter":)" +
-         parameter + "," + reference + R"("to":")" + to + R"(","type":"notify"})";
 }
 
 }  // namespace
@@ -228,6 +198,36 @@ TEST(Send, SaysThatCtrlCLeftItOpenWhetherAnybodyTookIt) {
   EXPECT_EQ(tool.interrupt(), 1);
   EXPECT_EQ(tool.err(),
             "zedipc: interrupted before it was known whether anybody takes n for display\n");
+}
+
+TEST(Send, EndsAtOnceBySigtermWhileTheServerDoesNotRead) {
+  ServerProcess server;
+  server.process().kill(SIGSTOP);
+  Tool tool({"send", "d", "n", "--count", "100000", "--string", "-"}, std::string(100000, 'x'));
+  ASSERT_TRUE(catches_ctrl_c(tool.pid()));
+  tool.kill(SIGTERM);
+  EXPECT_EQ(tool.wait(5), 1);
+  EXPECT_EQ(tool.err(), "zedipc: interrupted before the server had taken all that was sent\n");
+}
+
+TEST(Send, EndsAtOnceByCtrlCInAPauseWhileTheServerDoesNotRead) {
+  ServerProcess server;
+  server.process().kill(SIGSTOP);
+  Tool tool({"send", "d", "n", "--count", "2", "--every", "600000"});
+  ASSERT_TRUE(catches_ctrl_c(tool.pid()));
+  tool.kill(SIGINT);
+  EXPECT_EQ(tool.wait(5), 1);
+  EXPECT_EQ(tool.err(), "zedipc: interrupted before the server had taken all that was sent\n");
+}
+
+TEST(Send, EndsAtOnceBySigtermBeforeTheServerHasReadTheOnlyOne) {
+  ServerProcess server;
+  server.process().kill(SIGSTOP);
+  Tool tool({"send", "d", "n"});
+  // It waits in the connection's thread and in its own.
+  ASSERT_TRUE(zedipc::test::eventually([&] { return threads(tool.pid()) > 1; }));
+  tool.kill(SIGTERM);
+  EXPECT_EQ(tool.wait(5), 128 + SIGTERM);
 }
 
 TEST(Send, WaitsAlsoIfNobodyReadsItsOutput) {

@@ -5,6 +5,7 @@
 #include <pty.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -66,10 +67,14 @@ class OnTerminal {
     }
   }
 
+  void type(char key) const { EXPECT_EQ(write(terminal_, &key, 1), 1); }
   // Types Ctrl-C.
-  void interrupt() const {
-    const char byte = 3;
-    EXPECT_EQ(write(terminal_, &byte, 1), 1);
+  void interrupt() const { type(3); }
+
+  // Whether the terminal shows what is typed, as it did at the start.
+  [[nodiscard]] bool echoes() const {
+    termios settings{};
+    return tcgetattr(terminal_, &settings) == 0 && (settings.c_lflag & ECHO) != 0;
   }
 
   // Waits for the end: the exit status, -1 after a signal.
@@ -158,6 +163,20 @@ TEST(Terminal, ShowsNoMoreOfTopThanFits) {
   EXPECT_FALSE(contains(top.text(), "n4"));
   top.interrupt();
   EXPECT_EQ(top.wait(), 0);
+}
+
+TEST(Terminal, EndsTopByQ) {
+  const ServerProcess server;
+  OnTerminal top({"top", "--interval", "3600"});
+  if (!top.started()) GTEST_SKIP() << "there are no pseudo terminals here";
+  ASSERT_TRUE(top.shows("observing; q ends it"));
+  top.type('x');
+  EXPECT_FALSE(top.echoes());
+  top.type('q');
+  // It has gone once the terminal is as it was.
+  EXPECT_TRUE(zedipc::test::eventually([&] { return top.echoes(); }));
+  EXPECT_EQ(top.wait(), 0);
+  EXPECT_FALSE(contains(top.text(), "x"));
 }
 
 TEST(Terminal, EndsListenByCtrlC) {

@@ -109,6 +109,9 @@ void shift_words(SendOptions& options, std::size_t words, bool broadcast, bool a
     options.notification = options.to;
     options.to = broadcast ? "*" : "1";
   }
+  if (options.lines && options.parameter) {
+    throw CLI::ValidationError("send", "--lines takes the place of JSON");
+  }
   if (options.to.empty() || options.notification.empty()) {
     throw CLI::ValidationError("send", "a receiver (TO) and a NOTIFICATION are required");
   }
@@ -131,10 +134,13 @@ void add_send(CLI::App& app, Request& request) {
       ->capture_default_str();
   sub->add_option("--flags", options->flags, "32 bits, as 5 or 0x5")->type_name("N");
   sub->add_flag("--string", options->text, "The parameter is a text, and no JSON");
-  sub->add_option("--count", options->count, "Send that often")
-      ->check(range(1U, std::numeric_limits<unsigned>::max()))
-      ->type_name("N")
-      ->capture_default_str();
+  CLI::Option* const count = sub->add_option("--count", options->count, "Send that often")
+                                 ->check(range(1U, std::numeric_limits<unsigned>::max()))
+                                 ->type_name("N")
+                                 ->capture_default_str();
+  sub->add_flag("--lines", options->lines,
+                "Send one for each line of standard input, which is its parameter")
+      ->excludes(count);
   sub->add_option("--every", options->every, "Pause between two")
       ->check(milliseconds())
       ->type_name("MS")
@@ -150,7 +156,8 @@ void add_send(CLI::App& app, Request& request) {
       "  zedipc send display paper.out '{\"tray\":2}'\n"
       "  zedipc send display paper.out --wait 500\n"
       "  zedipc send --broadcast greeting --string 'good morning'\n"
-      "  zedipc send --any job - < job.json");
+      "  zedipc send --any job - < job.json\n"
+      "  sensor | zedipc send log reading --lines");
   sub->callback([&request, options, words, broadcast, any] {
     const auto given = std::count_if(words.begin(), words.end(),
                                      [](const CLI::Option* word) { return word->count() > 0; });
@@ -232,7 +239,8 @@ void add_top(CLI::App& app, Request& request) {
   sub->footer(
       "Examples:\n"
       "  zedipc top --sort rate\n"
-      "  zedipc top --timeout 60 > summary");
+      "  zedipc top --timeout 60 > summary\n"
+      "On a terminal q ends it, as Ctrl-C does.");
 }
 
 void add_ping(CLI::App& app, Request& request) {

@@ -66,10 +66,10 @@ std::string server_host() {
 std::string reason(int result) {
   const std::string host = printable(server_host());
   switch (result) {
-    case -1:
+    case zedipc::kNotifyNotConnected:
       return "no notification server answers at " + host +
              ", port 5899. Start one with 'zedipc serve', or name its host with --server HOST.";
-    case -3:
+    case zedipc::kNotifyRemoteObserver:
       return "only a client on the server's own machine may observe, and the server is said to be "
              "at '" +
              host + "'. Run this there, without --server, or with 127.0.0.1 or localhost.";
@@ -79,7 +79,7 @@ std::string reason(int result) {
 }
 
 void check(int result) {
-  if (result != 0) throw Failure(reason(result));
+  if (result != zedipc::kNotifyDone) throw Failure(reason(result));
 }
 
 std::string private_name(const std::string& command) {

@@ -11,7 +11,7 @@ namespace command {
 // The host that the library looks for the server on.
 std::string server_host();
 
-// Throws Failure if a call of the library gave a result other than 0.
+// Throws Failure if a call of the library gave a result other than kNotifyDone.
 void check(int result);
 
 // What a call's result means, in words for the user.

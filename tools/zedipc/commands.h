@@ -18,6 +18,7 @@ struct SendOptions {
   std::string notification;
   bool parameter = false;  // whether there is one; null is sent without
   std::string json;        // the parameter; "-" for standard input
+  bool lines = false;      // one notification for each line of standard input
   std::string from = "zedipc";
   unsigned int flags = 0;
   bool text = false;  // the parameter is a string's text

@@ -120,6 +120,11 @@ void Inbox::catch_signals() const {
 
 bool Inbox::asked_to_end() { return end_wanted; }
 
+bool Inbox::has_input() {
+  pollfd waited{STDIN_FILENO, POLLIN, 0};
+  return poll(&waited, 1, 0) > 0;
+}
+
 std::optional<Message> Inbox::take() {
   const std::lock_guard<std::mutex> guard(lock_);
   if (messages_.empty()) return std::nullopt;
@@ -133,11 +138,13 @@ std::optional<Message> Inbox::wait(Clock::time_point until) {
     if (asked_to_end()) return std::nullopt;
     if (auto message = take()) return message;
     if (woken_.exchange(false)) return std::nullopt;
-    // The second one has no event of interest: what is asked for is POLLERR or POLLHUP.
-    pollfd waited[] = {{wake_fd_, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
-    const int count = poll(waited, watches_output_ ? 2 : 1, milliseconds_until(until));
+    // Of output there is no event of interest: what is asked for is POLLERR or POLLHUP.
+    pollfd waited[] = {{wake_fd_, POLLIN, 0},
+                       {watches_output_ ? STDOUT_FILENO : -1, 0, 0},
+                       {watches_input_ ? STDIN_FILENO : -1, POLLIN, 0}};
+    const int count = poll(waited, 3, milliseconds_until(until));
     if (count > 0 && waited[1].revents != 0) throw OutputClosed();
-    if (count == 0) return std::nullopt;
+    if (count == 0 || (count > 0 && waited[2].revents != 0)) return std::nullopt;
     std::uint64_t wakes;
     [[maybe_unused]] const ssize_t bytes = read(wake_fd_, &wakes, sizeof wakes);
   }

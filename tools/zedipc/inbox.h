@@ -46,12 +46,13 @@ class Inbox {
                           const std::string& notification, unsigned int flags);
 
   // From now on SIGINT, SIGTERM and SIGHUP end the waiting instead of the process; a
-  // second one ends the process. To be called once the connection stands, since making
-  // it can take minutes.
+  // second one ends the process. Calls of the library go on waiting then, and making a
+  // connection can take minutes.
   void catch_signals() const;
 
-  // The next message; none after `until`, once the command is asked to end, and after
-  // wake(). Throws OutputClosed when the reader of standard output has gone.
+  // The next message; none after `until`, once the command is asked to end, after wake(),
+  // and when there is input that is watched for. Throws OutputClosed when the reader of standard
+  // output has gone.
   std::optional<Message> wait(Clock::time_point until);
 
   // Whether a signal has asked the command to end.
@@ -59,6 +60,11 @@ class Inbox {
 
   // From now on the end of the reader of standard output ends nothing.
   void ignore_output() { watches_output_ = false; }
+
+  // Whether input on standard input, or its end, ends the waiting too.
+  void watch_input(bool watch) { watches_input_ = watch; }
+  // Whether standard input can be read without waiting.
+  static bool has_input();
 
   // Has wait() return.
   void wake();
@@ -71,6 +77,7 @@ class Inbox {
   int wake_fd_;
   std::atomic<bool> woken_{false};
   bool watches_output_ = true;
+  bool watches_input_ = false;
   std::mutex lock_;
   std::deque<Message> messages_;
 };

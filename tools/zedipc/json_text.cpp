@@ -82,26 +82,34 @@ std::size_t place_of_error(const std::string& text) {
   return good;
 }
 
+// Where a text is from: the first line's number there is 1 more than `lines_ahead`.
+struct Source {
+  std::string name;
+  unsigned long lines_ahead = 0;
+};
+
 // "name:LINE:COLUMN: reason", the line, and a caret under the place.
-Failure error_at(const std::string& text, std::size_t place, const std::string& name,
+Failure error_at(const std::string& text, std::size_t place, const Source& source,
                  const std::string& reason) {
   const std::size_t line_begin = place == 0 ? 0 : text.rfind('\n', place - 1) + 1;
   const std::size_t line_end = std::min(text.find('\n', place), text.size());
-  const auto number = 1 + std::count(text.begin(), text.begin() + static_cast<long>(place), '\n');
+  const auto before_place = std::count(text.begin(), text.begin() + static_cast<long>(place), '\n');
+  const unsigned long number = 1 + source.lines_ahead + static_cast<unsigned long>(before_place);
   const std::size_t ahead = std::min(place - line_begin, kShown);
   const std::size_t behind = std::min(line_end - place, kShown);
   const std::string before =
       (ahead < place - line_begin ? "..." : "") + printable(text.substr(place - ahead, ahead));
   const std::string after =
       printable(text.substr(place, behind)) + (behind < line_end - place ? "..." : "");
-  return Failure(name + ":" + std::to_string(number) + ":" +
+  return Failure(source.name + ":" + std::to_string(number) + ":" +
                  std::to_string(place - line_begin + 1) + ": " + reason + "\n  " + before + after +
                  "\n  " + std::string(width(before), ' ') + "^");
 }
 
 }  // namespace
 
-JSObject read_json(const std::string& text, const std::string& name) {
+JSObject read_json(const std::string& text, const std::string& name, unsigned long line) {
+  const Source source{name, line == 0 ? 0 : line - 1};
   JSObject value;
   const int length = value.parse(text.c_str());
   const auto stopped = static_cast<std::size_t>(length);
@@ -110,17 +118,21 @@ JSObject read_json(const std::string& text, const std::string& name) {
     const bool none = is_blank(text.substr(0, stopped));
     const std::size_t place =
         none ? std::min(text.find_first_not_of(kBlanks), text.size()) : stopped;
-    if (place == text.size()) throw Failure(name + ": there is no JSON value");
-    throw error_at(text, place, name,
+    if (place == text.size()) {
+      throw Failure(name + (line == 0 ? "" : ":" + std::to_string(line)) +
+                    ": there is no JSON value");
+    }
+    throw error_at(text, place, source,
                    none ? "no JSON value begins like this (a text needs quotes)"
                         : "a JSON value ends ahead of this, and nothing may follow it");
   }
   const std::size_t place = length < 0 ? place_of_error(text) : text.size();
   if (place < text.size()) {
-    throw error_at(text, place, name, "the JSON value cannot go on like this");
+    throw error_at(text, place, source, "the JSON value cannot go on like this");
   }
   // Shown behind what is there: a file's last line end would have it in an empty line.
-  throw error_at(text, text.find_last_not_of(kBlanks) + 1, name, "the JSON value is cut off here");
+  throw error_at(text, text.find_last_not_of(kBlanks) + 1, source,
+                 "the JSON value is cut off here");
 }
 
 std::string read_file(const std::string& path) {

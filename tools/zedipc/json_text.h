@@ -10,8 +10,9 @@ namespace command {
 
 // Reads a text that is to be one value and nothing else, as tolerantly as the library
 // does. Throws Failure that shows the place where the text stops making sense; `name`
-// tells where the text is from.
-zedipc::JSObject read_json(const std::string& text, const std::string& name);
+// tells where the text is from, and `line`, if it is not 0, that it is only that line of it.
+zedipc::JSObject read_json(const std::string& text, const std::string& name,
+                           unsigned long line = 0);
 
 // All of a file, or of standard input for "-". Throws Failure.
 std::string read_file(const std::string& path);

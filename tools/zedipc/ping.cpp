@@ -30,7 +30,7 @@ class Ping {
   void send() {
     const int number = ++sent_;
     pending_[number] = Clock::now();
-    if (zedipc::ipcNotify(name_, kPing, number, 0, name_) == 0) return;
+    if (zedipc::ipcNotify(name_, kPing, number, 0, name_) == zedipc::kNotifyDone) return;
     pending_.erase(number);
     output_.line(begin(number) + output_.paint(Colour::kRed, "the server is not there"));
   }

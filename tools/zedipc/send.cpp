@@ -1,11 +1,20 @@
 // SPDX-License-Identifier: MIT
-// zedipc send: one notification, or the same one several times.
+// zedipc send: one notification, the same one several times, or one for each line of input.
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <zedipc/notify.h>
+
+#include <functional>
+#include <future>
+#include <thread>
+#include <utility>
 
 #include "zedipc/client.h"
 #include "zedipc/commands.h"
 #include "zedipc/inbox.h"
 #include "zedipc/json_text.h"
+#include "zedipc/lines.h"
 #include "zedipc/output.h"
 #include "zedipc/text.h"
 
@@ -16,6 +25,9 @@ namespace {
 // The server's own limit for a whole message; a longer one is lost without a word.
 constexpr std::size_t kLongestMessage = 524288;
 constexpr std::size_t kServersShare = 25;
+// What a call that has not returned is given once a signal has come. If the server reads, it
+// takes no longer.
+constexpr std::chrono::milliseconds kGrace{500};
 
 zedipc::JSObject parameter_of(const SendOptions& options) {
   if (!options.parameter && !options.text) return {};
@@ -37,7 +49,8 @@ std::string written(const SendOptions& options, const zedipc::JSObject& paramete
 }
 
 // The server passes over what it cannot take without a word.
-void check_message(const std::string& text) {
+void check_message(const SendOptions& options, const zedipc::JSObject& parameter) {
+  const std::string text = written(options, parameter);
   if (text.size() > kLongestMessage - kServersShare) {
     throw Failure(
         "the parameter is too long: a message has 524288 bytes at the most, and the "
@@ -50,47 +63,188 @@ void check_message(const std::string& text) {
   }
 }
 
-// Waits until then for the word that nobody took one.
-bool is_refused(const SendOptions& options, Inbox& inbox, Clock::time_point until) {
-  while (const auto message = inbox.wait(until)) {
-    if (message->to == options.to && message->notification == options.notification) return true;
-  }
-  return false;
+void notify(const SendOptions& options, const zedipc::JSObject& parameter) {
+  check(
+      zedipc::ipcNotify(options.to, options.notification, parameter, options.flags, options.from));
 }
 
-// Sends it as often as it is wanted, unless the command is asked to end; says whether it is
-// known already that nobody took one.
-bool send_all(const SendOptions& options, const zedipc::JSObject& parameter, Inbox& inbox) {
-  bool refused = false;
-  for (unsigned int sent = 0; !Inbox::asked_to_end();) {
-    check(zedipc::ipcNotify(options.to, options.notification, parameter, options.flags,
-                            options.from));
-    if (++sent == options.count) break;
-    if (sent == 1) inbox.catch_signals();
-    if (options.every == 0) continue;
-    const auto next = Clock::now() + std::chrono::milliseconds(options.every);
-    while (is_refused(options, inbox, next)) refused = true;
+// Sends, and looks meanwhile for signals and for the word that nobody took one.
+class Sender {
+ public:
+  Sender(const SendOptions& options, Inbox& inbox) : options_(options), inbox_(inbox) {}
+
+  // Sends the parameter as often as it is wanted, unless the command is asked to end.
+  void repeat(const zedipc::JSObject& parameter) {
+    check_message(options_, parameter);
+    call([&] { notify(options_, parameter); });
+    sent_ = true;
+    if (options_.count == 1) return;
+    catch_signals();
+    if (options_.every > 0) {
+      for (unsigned int sent = 1; sent < options_.count && pause(); ++sent) send_one(parameter);
+      return;
+    }
+    call([options = options_, parameter] {
+      for (unsigned int sent = 1; sent < options.count && !Inbox::asked_to_end(); ++sent) {
+        notify(options, parameter);
+      }
+    });
   }
-  return refused;
+
+  // Sends what is in each line of standard input, unless the command is asked to end. A line
+  // that cannot be sent ends it with Failure.
+  void send_lines() {
+    catch_signals();
+    Lines lines;
+    for (;;) {
+      std::vector<zedipc::JSObject> parameters;
+      try {
+        while (const auto line = lines.next()) parameters.push_back(parameter_in(*line));
+      } catch (const Failure&) {
+        send_each(parameters);
+        settle();
+        throw;
+      }
+      send_each(parameters);
+      if (!wait_for_input() || !lines.read()) return;
+    }
+  }
+
+  // Returns when the server has taken what was sent: a process that ends at once could take
+  // back what the server has not read yet.
+  void settle() {
+    if (sent_) call([] { wait_for_server(); });
+  }
+
+  // Waits until then for the word that nobody took one, unless it has come already.
+  bool is_refused(Clock::time_point until) {
+    catch_signals();
+    while (!refused_ && !Inbox::asked_to_end() && Clock::now() < until) note(inbox_.wait(until));
+    return refused_;
+  }
+
+ private:
+  // From now on signals are looked for. Until then they end the process.
+  void catch_signals() {
+    inbox_.catch_signals();
+    catches_signals_ = true;
+  }
+
+  // Makes a call that blocks while the server does not read. Another thread makes it if
+  // signals are caught, and goes on with it if one ends the waiting: the call must not refer
+  // to anything that goes before the process.
+  void call(const std::function<void()>& blocking) {
+    if (!catches_signals_) return blocking();
+    auto promise = std::make_shared<std::promise<void>>();
+    std::future<void> result = promise->get_future();
+    std::thread([blocking, promise, &inbox = inbox_] {
+      try {
+        blocking();
+        promise->set_value();
+      } catch (...) {
+        promise->set_exception(std::current_exception());
+      }
+      inbox.wake();
+    }).detach();
+    while (result.wait_for(Inbox::asked_to_end() ? kGrace : kGrace.zero()) !=
+           std::future_status::ready) {
+      if (Inbox::asked_to_end()) {
+        throw Failure("interrupted before the server had taken all that was sent");
+      }
+      note(inbox_.wait(Clock::time_point::max()));
+    }
+    result.get();
+  }
+
+  void send_one(const zedipc::JSObject& parameter) {
+    call([options = options_, parameter] { notify(options, parameter); });
+    sent_ = true;
+  }
+
+  void send_each(const std::vector<zedipc::JSObject>& parameters) {
+    if (parameters.empty()) return;
+    if (options_.every > 0) {
+      for (const zedipc::JSObject& parameter : parameters) {
+        if (sent_ && !pause()) return;
+        send_one(parameter);
+      }
+      return;
+    }
+    sent_ = true;
+    call([options = options_, parameters] {
+      for (const zedipc::JSObject& parameter : parameters) {
+        if (!Inbox::asked_to_end()) notify(options, parameter);
+      }
+    });
+  }
+
+  [[nodiscard]] zedipc::JSObject parameter_in(const Lines::Line& line) const {
+    zedipc::JSObject parameter =
+        options_.text ? line.text : read_json(line.text, "standard input", line.number);
+    check_message(options_, parameter);
+    return parameter;
+  }
+
+  // Waits for the time between two; says whether to go on.
+  bool pause() {
+    const auto next = Clock::now() + std::chrono::milliseconds(options_.every);
+    while (!Inbox::asked_to_end() && Clock::now() < next) note(inbox_.wait(next));
+    return !Inbox::asked_to_end();
+  }
+
+  // Waits until standard input can be read; says whether to go on.
+  bool wait_for_input() {
+    inbox_.watch_input(true);
+    while (!Inbox::asked_to_end() && !Inbox::has_input()) {
+      note(inbox_.wait(Clock::time_point::max()));
+    }
+    inbox_.watch_input(false);
+    return !Inbox::asked_to_end();
+  }
+
+  void note(const std::optional<Message>& message) {
+    if (message && message->to == options_.to && message->notification == options_.notification) {
+      refused_ = true;
+    }
+  }
+
+  const SendOptions options_;
+  Inbox& inbox_;
+  bool catches_signals_ = false;
+  bool sent_ = false;
+  bool refused_ = false;
+};
+
+// Whether a program has written something into a pipe that is standard input.
+bool input_was_left() {
+  struct stat status {};
+  int unread = 0;
+  return fstat(STDIN_FILENO, &status) == 0 && S_ISFIFO(status.st_mode) &&
+         ioctl(STDIN_FILENO, FIONREAD, &unread) == 0 && unread > 0;
 }
 
 }  // namespace
 
 int send(const SendOptions& options) {
-  const zedipc::JSObject parameter = parameter_of(options);
-  check_message(written(options, parameter));
   Inbox& inbox = Inbox::instance();
   inbox.ignore_output();  // there is none
   if (options.wait >= 0) zedipc::ipcRegisterUnicastError(Inbox::on_refusal, &inbox);
-  const bool refused = send_all(options, parameter, inbox);
-  // A process that ends at once could take back what the server has not read yet.
-  wait_for_server();
+  Sender sender(options, inbox);
+  if (options.lines) {
+    sender.send_lines();
+  } else {
+    sender.repeat(parameter_of(options));
+  }
+  sender.settle();
+  if (!options.parameter && !options.lines && input_was_left()) {
+    say("nothing of standard input was sent: give - as the parameter to send it");
+  }
   if (options.wait < 0) return kDone;
-  inbox.catch_signals();
   const std::string who =
       " takes " + printable(options.notification) + " for " + printable(options.to);
-  const auto until = Clock::now() + std::chrono::milliseconds(options.wait);
-  if (refused || is_refused(options, inbox, until)) throw Failure("nobody" + who);
+  if (sender.is_refused(Clock::now() + std::chrono::milliseconds(options.wait))) {
+    throw Failure("nobody" + who);
+  }
   if (Inbox::asked_to_end()) {
     throw Failure("interrupted before it was known whether anybody" + who);
   }

@@ -93,7 +93,8 @@ int serve(const ServeOptions& options) {
   Inbox& inbox = Inbox::instance();
   inbox.catch_signals();
   inbox.ignore_output();
-  static std::atomic<int> result{0};  // a failed start; the thread may outlive this call
+  static std::atomic<int> result{
+      zedipc::kNotifyDone};  // a failed start; the thread may outlive this call
   std::thread([&inbox, path = options.rules] {
     result = zedipc::ipcNotificationServer(path.empty() ? nullptr : path.c_str());
     inbox.wake();
@@ -102,7 +103,7 @@ int serve(const ServeOptions& options) {
   bool announced = false;
   const Clock::time_point started = Clock::now() + kLongestStart;
   while (!Inbox::asked_to_end()) {
-    if (result != 0) throw Failure(reason(result, external));
+    if (result != zedipc::kNotifyDone) throw Failure(reason(result, external));
     if (!announced && (common::listens(getpid()) || Clock::now() >= started)) {
       announce(file);
       announced = true;

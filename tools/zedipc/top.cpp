@@ -11,6 +11,7 @@
 #include "zedipc/client.h"
 #include "zedipc/commands.h"
 #include "zedipc/inbox.h"
+#include "zedipc/keys.h"
 #include "zedipc/output.h"
 #include "zedipc/traffic.h"
 
@@ -65,7 +66,8 @@ int top(const TopOptions& options) {
   check(zedipc::ipcRegisterObserver(Inbox::on_delivery, &inbox));
   wait_for_server();
   inbox.catch_signals();
-  say("observing");
+  Keys keys;
+  say(keys.active() ? "observing; q ends it" : "observing");
 
   Traffic traffic;
   Display display;
@@ -73,7 +75,8 @@ int top(const TopOptions& options) {
   const Clock::time_point end =
       options.duration > 0 ? after(start, options.duration) : Clock::time_point::max();
   Clock::time_point interval_start = start;
-  while (!Inbox::asked_to_end() && Clock::now() < end) {
+  while (!Inbox::asked_to_end() && !keys.typed('q') && Clock::now() < end) {
+    inbox.watch_input(keys.active());
     const Clock::time_point interval_end = after(interval_start, options.interval);
     if (const auto message = inbox.wait(std::min(interval_end, end))) traffic.add(*message);
     const Clock::time_point now = Clock::now();
