@@ -207,6 +207,9 @@ class ZEDIPC_EXPORT IPC {
   /// Sets the stack size, in bytes, of the thread that calls callbacks, from its
   /// next start on; without effect while it runs. Less than 16384 counts as 16384,
   /// a negative number means the system's default, which is also the initial state.
+  /// A size that is too small for any thread of this process is raised when the
+  /// thread starts: some processors need more (64-bit ARM 128 KiB), and the
+  /// process's thread-local variables take their place from the stack.
   static void set_callback_stacksize(int size);
 
  protected:

@@ -31,6 +31,7 @@ namespace {
 using Private = IPC::IpcPrivate;
 
 constexpr unsigned kSmallestStack = 16384;
+constexpr std::size_t kAmpleStack = 1 << 20;
 
 pthread_t cb_thread_id;     // of the last dispatcher that was started
 unsigned starts = 0;        // dispatchers that were started
@@ -241,20 +242,29 @@ void run_dispatcher(int wake_up) {
   }
 }
 
-}  // namespace
-
-int IPC::IpcPrivate::callback_thread_create(unsigned long* thread, void* (*start)(void*),
-                                            void* arg) {
+// A detached thread; a size of 0 means the system's default. 0, or the error's number.
+int create_thread(std::size_t stack_size, pthread_t* thread, void* (*start)(void*), void* arg) {
   pthread_attr_t attributes;
   int problem = pthread_attr_init(&attributes);
   if (problem != 0) return problem;
   problem = pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  if (problem == 0 && cb_stacksize > 0) {
-    problem = pthread_attr_setstacksize(&attributes, static_cast<std::size_t>(cb_stacksize));
-  }
+  if (problem == 0 && stack_size != 0) problem = pthread_attr_setstacksize(&attributes, stack_size);
   if (problem == 0) problem = pthread_create(thread, &attributes, start, arg);
   pthread_attr_destroy(&attributes);
   return problem;
+}
+
+}  // namespace
+
+int IPC::IpcPrivate::callback_thread_create(unsigned long* thread, void* (*start)(void*),
+                                            void* arg) {
+  std::size_t size = 0;
+  if (cb_stacksize > 0) size = std::max<long>(cb_stacksize, sysconf(_SC_THREAD_STACK_MIN));
+  for (;; size *= 2) {
+    const int problem = create_thread(size, thread, start, arg);
+    // Too small, as it is where thread-local variables take their place from it.
+    if (problem != EINVAL || size == 0 || size >= kAmpleStack) return problem;
+  }
 }
 
 void* IPC::IpcPrivate::cb_thread(void* /*unused*/) {

@@ -142,6 +142,49 @@ TEST(FailedStart, IsToldToAllThatWaitForIt) {
   EXPECT_TRUE(callback.set_on(channels[0]));
 }
 
+// ---- A stack that is smaller than the system makes any
+
+namespace {
+
+// The system takes the place for these from the thread's stack.
+thread_local char threads_own[40000];
+
+}  // namespace
+
+TEST(SmallStack, IsRaisedToTheLeastOneOfTheSystem) {
+  constexpr std::size_t kLeast = 131072;
+  refuse_stacks_below(kLeast);
+  IPC::set_callback_stacksize(100);
+  std::atomic<std::size_t> size{0};
+  Callback callback([&](IPC&) {
+    pthread_attr_t attributes;
+    std::size_t found = 0;
+    EXPECT_EQ(pthread_getattr_np(pthread_self(), &attributes), 0);
+    EXPECT_EQ(pthread_attr_getstacksize(&attributes, &found), 0);
+    pthread_attr_destroy(&attributes);
+    size = found;
+  });
+  Adopted adopted;
+  adopted.peer.send("x");
+  ASSERT_TRUE(callback.set_on(adopted.channel));
+  EXPECT_TRUE(eventually([&] { return size >= kLeast; })) << size;
+}
+
+TEST(SmallStack, IsRaisedByWhatThreadLocalVariablesTake) {
+  threads_own[0] = 1;
+  IPC::set_callback_stacksize(16384);
+  Callback callback;
+  Adopted adopted;
+  adopted.peer.send("x");
+  ASSERT_TRUE(callback.set_on(adopted.channel));
+  EXPECT_TRUE(callback.called());
+}
+
+TEST(SmallStack, DoesNotKeepAThreadFromFailing) {
+  IPC::set_callback_stacksize(16384);
+  expect_failed_start([] { fail_threads(1); });
+}
+
 // ---- The wake-up pipe
 
 TEST(WakeUp, IsReadAgainAfterASignal) {

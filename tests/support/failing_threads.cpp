@@ -16,6 +16,7 @@ std::atomic<int> threads_to_fail{0};
 std::atomic<int> attributes_to_fail{0};
 std::atomic<int> detached_to_fail{0};
 std::atomic<int> stack_sizes_to_fail{0};
+std::atomic<std::size_t> least_stack{0};
 std::atomic<int> destroyed{0};
 
 // Whether this call is one of those that fail.
@@ -35,6 +36,8 @@ void fail_attributes(int count) { attributes_to_fail = count; }
 void fail_detached(int count) { detached_to_fail = count; }
 
 void fail_stack_sizes(int count) { stack_sizes_to_fail = count; }
+
+void refuse_stacks_below(std::size_t size) { least_stack = size; }
 
 int destroyed_attributes() { return destroyed; }
 
@@ -69,7 +72,7 @@ extern "C" int pthread_attr_setdetachstate(pthread_attr_t* attributes, int state
 
 extern "C" int pthread_attr_setstacksize(pthread_attr_t* attributes, size_t size) {
   using namespace zedipc::test;
-  if (take(stack_sizes_to_fail)) return EINVAL;
+  if (take(stack_sizes_to_fail) || size < least_stack) return EINVAL;
   return next<decltype(&pthread_attr_setstacksize)>("pthread_attr_setstacksize")(attributes, size);
 }
 

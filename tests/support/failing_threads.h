@@ -3,6 +3,8 @@
 // its own for making them.
 #pragma once
 
+#include <cstddef>
+
 namespace zedipc::test {
 
 // The next `count` calls of pthread_create() fail with EAGAIN.
@@ -15,6 +17,9 @@ void fail_attributes(int count);
 // pthread_attr_setstacksize(), fail with EINVAL.
 void fail_detached(int count);
 void fail_stack_sizes(int count);
+
+// From now on pthread_attr_setstacksize() refuses less than `size` bytes.
+void refuse_stacks_below(std::size_t size);
 
 // The calls of pthread_attr_destroy() so far.
 int destroyed_attributes();
