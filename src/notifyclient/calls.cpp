@@ -4,11 +4,7 @@
 
 namespace zedipc {
 
-namespace {
-
 thread_local const CallbackRecord* own_call = nullptr;
-
-}  // namespace
 
 CallHold::~CallHold() {
   if (record_ == nullptr) return;
@@ -16,10 +12,6 @@ CallHold::~CallHold() {
   --record_->calls;
   if (client.waiting_for_calls > 0) client.changed.notify_all();
 }
-
-InCall::InCall(const CallbackRecord& record) { own_call = &record; }
-
-InCall::~InCall() { own_call = nullptr; }
 
 bool calls_have_ended(const CallbackRecord& record) {
   return record.calls == (own_call == &record ? 1 : 0);

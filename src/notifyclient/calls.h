@@ -49,14 +49,8 @@ Holds<Record> hold_calls(const Table<Record>& table, Predicate wanted) REQUIRES(
 
 constexpr auto all_records = [](const CallbackRecord&) { return true; };
 
-// Says, for its own life, that this thread is in a call of the record.
-class InCall {
- public:
-  explicit InCall(const CallbackRecord& record);
-  ~InCall();
-  InCall(const InCall&) = delete;
-  InCall& operator=(const InCall&) = delete;
-};
+// The record that this thread is a call of; null if it is none.
+extern thread_local const CallbackRecord* own_call;
 
 // Whether no call of the record runs but the one that this thread may be in, which cannot
 // wait for its own end.

@@ -32,21 +32,11 @@ extern Mutex table_lock;
 // A callback as the application registered it. Records are never changed, but for the
 // count: another priority makes another record.
 struct CallbackRecord {
-  explicit CallbackRecord(void* callback_data) : data(callback_data) {}
-
   void* const data;
   int calls GUARDED_BY(table_lock) = 0;  // decided on, and not wholly ended
 };
 
 struct NotificationRecord : CallbackRecord {
-  NotificationRecord(std::string name, std::string what, NotificationCallback callback,
-                     void* callback_data, std::int32_t rank)
-      : CallbackRecord(callback_data),
-        to(std::move(name)),
-        notification(std::move(what)),
-        cb(callback),
-        priority(rank) {}
-
   // The server knows a client's records by their group, (to, notification).
   [[nodiscard]] bool in_group(const std::string& name, const std::string& what) const {
     return to == name && notification == what;
@@ -59,16 +49,10 @@ struct NotificationRecord : CallbackRecord {
 };
 
 struct ObserverRecord : CallbackRecord {
-  ObserverRecord(ObserverCallback callback, void* callback_data)
-      : CallbackRecord(callback_data), cb(callback) {}
-
   const ObserverCallback cb;
 };
 
 struct UnicastErrorRecord : CallbackRecord {
-  UnicastErrorRecord(UnicastErrorCallback callback, void* callback_data)
-      : CallbackRecord(callback_data), cb(callback) {}
-
   const UnicastErrorCallback cb;
 };
 

@@ -15,8 +15,8 @@ namespace {
 // has none.
 void* callback_thread(void* parameters) {
   const std::unique_ptr<CBParameters> p(static_cast<CBParameters*>(parameters));
-  void* const data = p->hold.record().data;
-  const InCall in_call(p->hold.record());
+  own_call = &p->hold.record();
+  void* const data = own_call->data;
   if (p->callback != nullptr) {
     p->callback(data, p->from, p->to, p->notification, p->parameter, p->flags);
   } else if (p->observer != nullptr) {

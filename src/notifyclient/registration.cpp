@@ -130,8 +130,8 @@ bool enter(Table<Record> ClientState::*table, const std::shared_ptr<Record>& for
 }
 
 int register_notification(const Wanted& wanted) {
-  const auto record = std::make_shared<NotificationRecord>(wanted.to, wanted.notification,
-                                                           wanted.cb, wanted.data, wanted.priority);
+  const NotificationRecordPtr record(new NotificationRecord{
+      {wanted.data}, wanted.to, wanted.notification, wanted.cb, wanted.priority});
   bool told = false;
   Others others;
   {
@@ -243,7 +243,7 @@ int ipcRegisterObserver(ObserverCallback cb, void* data) {
         "ipcRegisterObserver(): not permitted to register an observer as remote client\n");
     return kNotifyRemoteObserver;
   }
-  const auto record = std::make_shared<ObserverRecord>(cb, data);
+  const std::shared_ptr<ObserverRecord> record(new ObserverRecord{{data}, cb});
   const std::string message = register_observer_text();
   bool told = false;
   {
@@ -305,7 +305,7 @@ int ipcRegisterUnicastError(UnicastErrorCallback cb, void* data) {
     const MutexLock lock(table_lock);
     there = is_registered(client.unicast_error_table, cb, data);
     if (!there) {
-      client.unicast_error_table.push_back(std::make_shared<UnicastErrorRecord>(cb, data));
+      client.unicast_error_table.emplace_back(new UnicastErrorRecord{{data}, cb});
     }
   }
   ZEDIPC_CLIENT_LOG(there ? kLogNote : kLogInfo,

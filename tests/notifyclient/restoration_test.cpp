@@ -16,7 +16,7 @@ namespace {
 using RecordPtr = std::shared_ptr<NotificationRecord>;
 
 RecordPtr make_record(const std::string& to, int priority) {
-  return std::make_shared<NotificationRecord>(to, "n", do_nothing, nullptr, priority);
+  return RecordPtr(new NotificationRecord{{nullptr}, to, "n", do_nothing, priority});
 }
 
 void put(const RecordPtr& former, const RecordPtr& record) {
@@ -35,7 +35,7 @@ class Restoration : public testing::Test {
   Restoration() {
     const MutexLock lock(table_lock);
     replace(client.notification_table, {},
-            std::make_shared<NotificationRecord>("big", much_, do_nothing, nullptr, 1));
+            RecordPtr(new NotificationRecord{{nullptr}, "big", much_, do_nothing, 1}));
   }
 
   // A connection is being made, and waits for the server to read.
@@ -123,7 +123,7 @@ TEST_F(Restoration, TellsOfObserversThatComeAndGoMeanwhile) {
   {
     const MutexLock lock(table_lock);
     replace(client.observer_table, {},
-            std::make_shared<ObserverRecord>(ignore_observation, nullptr));
+            std::shared_ptr<ObserverRecord>(new ObserverRecord{{nullptr}, ignore_observation}));
   }
   expect_told({kObserverOn});
 }

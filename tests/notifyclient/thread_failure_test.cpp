@@ -13,7 +13,7 @@ using namespace zedipc::test;
 namespace {
 
 std::shared_ptr<NotificationRecord> make_record(NotificationCallback cb, void* data) {
-  return std::make_shared<NotificationRecord>("t", "n", cb, data, 1);
+  return std::shared_ptr<NotificationRecord>(new NotificationRecord{{data}, "t", "n", cb, 1});
 }
 
 int calls_of(const CallbackRecord& record) {
