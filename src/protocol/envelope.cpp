@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "json/as_written.h"
+#include "json/canonical.h"
 #include "json/cursor.h"
 #include "protocol/keys.h"
 
@@ -26,7 +26,7 @@ struct MemberCursor : Cursor {
     return false;
   }
 
-  // A number without a sign, as it is written.
+  // A number without a sign, in canonical form.
   bool number(int& value) {
     const char* const begin = at;
     at = std::from_chars(begin, end, value).ptr;
@@ -55,7 +55,7 @@ constexpr std::size_t kLastMember = sizeof kKeyType - 1 + sizeof kTypeNotify - 1
 
 bool Envelope::read(const std::string& text) {
   if (!read_head(text)) return false;
-  parameter_end = end_as_written(parameter, text.data() + text.size());
+  parameter_end = end_of_canonical(parameter, text.data() + text.size());
   return parameter_end != nullptr && read_tail(text);
 }
 

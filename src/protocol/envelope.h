@@ -8,9 +8,9 @@
 
 namespace zedipc {
 
-// What stands around the parameter of a notification. Nearly all are written by ipcNotify,
-// member by member in the order of their keys, and are read here in a fraction of the time
-// that their value takes; any other text is for JSObject.
+// What stands around the parameter of a notification. ipcNotify writes nearly all of them,
+// in canonical form: they are read here in a fraction of the time that their value takes.
+// Any other text is for JSObject.
 struct Envelope {
   int flags = 0;
   std::string from;
@@ -21,11 +21,11 @@ struct Envelope {
   bool has_reference = false;
   int reference = 0;
 
-  // Reads a text that stands as it is written, the parameter too. False for any other.
+  // Reads a text in canonical form. False for any other.
   bool read(const std::string& text);
 
-  // Reads a text whose members stand as they are written around any value for a parameter,
-  // which is read too. False for any other; the parameter is of no use then.
+  // Reads a text in canonical form but for the parameter, which is read too, whatever its
+  // form. False for any other; the parameter is of no use then.
   bool read(const std::string& text, JSObject& parameter_value);
 
  private:

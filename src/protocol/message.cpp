@@ -111,7 +111,7 @@ std::string unregister_observer_text() { return MessageWriter().end(kTypeUnregis
 
 Message::Message(const std::string& text, Parameter parameter) : text_(text) {
   if (parameter == Parameter::kLeave) {
-    is_written_ = envelope_.read(text);
+    is_canonical_ = envelope_.read(text);
   } else if (!envelope_.read(text, parameter_.emplace())) {
     parameter_.reset();
   }
@@ -145,12 +145,12 @@ JSObject& Message::parameter() {
 }
 
 std::string Message::parameter_text() {
-  if (is_written_) return {envelope_.parameter, envelope_.parameter_end};
+  if (is_canonical_) return {envelope_.parameter, envelope_.parameter_end};
   return parameter().dump();
 }
 
 const std::string& Message::forward_text(std::int32_t identity) {
-  if (!is_written_) {
+  if (!is_canonical_) {
     if (!value().exists(kKeyReference)) value()(kKeyReference) = identity;
     return forward_text_ = text();
   }
@@ -164,7 +164,7 @@ const std::string& Message::forward_text(std::int32_t identity) {
 }
 
 const std::string& Message::unicast_error_text() {
-  if (!is_written_) {
+  if (!is_canonical_) {
     value()(kKeyType) = kTypeUnicastError;
     return forward_text_ = text();
   }
@@ -175,7 +175,7 @@ const std::string& Message::unicast_error_text() {
 }
 
 std::int32_t Message::reference() {
-  return is_written_ ? envelope_.reference : value()(kKeyReference).getInt();
+  return is_canonical_ ? envelope_.reference : value()(kKeyReference).getInt();
 }
 
 std::string Message::text() { return value().dump(); }

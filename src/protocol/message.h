@@ -81,13 +81,13 @@ class Message {
   std::string text();
 
  private:
-  [[nodiscard]] bool has_envelope() const { return is_written_ || parameter_.has_value(); }
+  [[nodiscard]] bool has_envelope() const { return is_canonical_ || parameter_.has_value(); }
   // Of the whole text, made where it is needed.
   JSObject& value();
 
   const std::string& text_;
   Envelope envelope_;
-  bool is_written_ = false;            // the envelope was read, around a parameter that was left
+  bool is_canonical_ = false;          // the envelope was read, around a parameter that was left
   std::optional<JSObject> parameter_;  // or around this one
   std::optional<JSObject> value_;
   std::string forward_text_;

@@ -10,12 +10,12 @@
 #include <utility>
 
 #include "fuzz/harness.h"
-#include "json/as_written.h"
+#include "json/canonical.h"
 #include "json/model.h"
 #include "json/stack.h"
 #include "json/texts.h"
 
-using zedipc::end_as_written;
+using zedipc::end_of_canonical;
 using zedipc::JSObject;
 using namespace zedipc::test;
 
@@ -57,11 +57,11 @@ void check_written(const std::string& written) {
   require(parsed(second).dump() == second, "what was written twice does not change");
 }
 
-void check_as_written(const std::string& text) {
-  const char* const end = end_as_written(text.c_str(), text.c_str() + text.size());
+void check_canonical(const std::string& text) {
+  const char* const end = end_of_canonical(text.c_str(), text.c_str() + text.size());
   if (end == nullptr) return;
   const std::string value(text.c_str(), end);
-  require(parsed(value).dump() == value, "what stands as it is written is written so");
+  require(parsed(value).dump() == value, "canonical text is what is written");
 }
 
 void check_copies(const JSObject& value, const std::string& written) {
@@ -94,7 +94,7 @@ void check_texts(Input& input) {
     const std::string text = input.up_to('\0');
     const int result = parse(value, text);
     check_result(result, text);
-    check_as_written(text);
+    check_canonical(text);
     const std::string written = value.dump();
     if (text.size() <= kModelText) {
       require(result == model.parse(text), "the model reads as much");

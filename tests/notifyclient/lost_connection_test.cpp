@@ -184,6 +184,7 @@ TEST(SendResult, IsSuccessWithoutAReason) {
   const SendResult result = send_to_server(nullptr, notification("t", "n"));
   EXPECT_TRUE(result.sent);
   EXPECT_STREQ(result.reason, "");
+  const MutexLock lock(client.send_lock);  // as whoever uses the connection holds it
   EXPECT_EQ(result.ipc, &client.server_ipc.load()->channel);
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Checks text against the form in which values are written, without making a value.
-#include "json/as_written.h"
+#include "json/canonical.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -104,7 +104,7 @@ struct WrittenText : Cursor {
 
 }  // namespace
 
-const char* end_as_written(const char* begin, const char* end) {
+const char* end_of_canonical(const char* begin, const char* end) {
   WrittenText text(begin, end);
   return text.value(kDeepest) ? text.at : nullptr;
 }

@@ -19,7 +19,7 @@ namespace {
 
 using Form = std::function<std::string(std::string)>;
 
-std::string as_written(std::string text) { return text; }
+std::string canonical(std::string text) { return text; }
 std::string after_a_blank(std::string text) { return " " + text; }
 std::string with_the_flags_twice(std::string text) { return text.insert(1, "\"flags\":9,"); }
 
@@ -77,7 +77,7 @@ Lines results(const std::string& rules, const std::string& address, const Form& 
 }
 
 void expect_same(const std::string& rules, const std::string& address) {
-  const Lines expected = results(rules, address, as_written);
+  const Lines expected = results(rules, address, canonical);
   EXPECT_GT(expected.size(), 100U);
   EXPECT_EQ(results(rules, address, after_a_blank), expected);
   EXPECT_EQ(results(rules, address, with_the_flags_twice), expected);
@@ -85,10 +85,8 @@ void expect_same(const std::string& rules, const std::string& address) {
 
 }  // namespace
 
-TEST(WrittenOtherwise, IsTheSameFromALocalPeer) { expect_same(kOpen, "127.0.0.1"); }
+TEST(NotCanonical, IsTheSameFromALocalPeer) { expect_same(kOpen, "127.0.0.1"); }
 
-TEST(WrittenOtherwise, IsTheSameFromARemotePeer) { expect_same(kOpen, kRemote); }
+TEST(NotCanonical, IsTheSameFromARemotePeer) { expect_same(kOpen, kRemote); }
 
-TEST(WrittenOtherwise, IsTheSameFromARemotePeerThatMayNotSend) {
-  expect_same("out * * *\n", kRemote);
-}
+TEST(NotCanonical, IsTheSameFromARemotePeerThatMayNotSend) { expect_same("out * * *\n", kRemote); }

@@ -12,7 +12,7 @@ namespace {
 
 using Form = std::string (*)(std::string);
 
-std::string as_written(std::string text) { return text; }
+std::string canonical(std::string text) { return text; }
 std::string after_a_blank(std::string text) { return " " + text; }
 std::string with_the_flags_twice(std::string text) { return text.insert(1, "\"flags\":9,"); }
 
@@ -52,14 +52,14 @@ void expect_return_by_a_client_without_registrations(Form form) {
 
 }  // namespace
 
-TEST(Delivery, OfWhatStandsAsItIsWritten) { expect_deliveries(as_written); }
+TEST(Delivery, OfACanonicalText) { expect_deliveries(canonical); }
 
 TEST(Delivery, OfAMessageBehindABlank) { expect_deliveries(after_a_blank); }
 
 TEST(Delivery, OfAMessageWithAKeyTwice) { expect_deliveries(with_the_flags_twice); }
 
-TEST(ReturnWithoutRegistrations, OfWhatStandsAsItIsWritten) {
-  expect_return_by_a_client_without_registrations(as_written);
+TEST(ReturnWithoutRegistrations, OfACanonicalText) {
+  expect_return_by_a_client_without_registrations(canonical);
 }
 
 TEST(ReturnWithoutRegistrations, OfAMessageBehindABlank) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Telling that a text is what would be written for its value.
-#include "json/as_written.h"
+#include "json/canonical.h"
 
 #include <gtest/gtest.h>
 #include <zedipc/jsobject.h>
@@ -10,15 +10,15 @@
 #include "json/text_generator.h"
 #include "json/texts.h"
 
-using zedipc::end_as_written;
+using zedipc::end_of_canonical;
 using zedipc::JSObject;
 using namespace zedipc::test;
 
 namespace {
 
-// How much of the text is a value as it is written; -1 for none.
+// How much of the text is a value in canonical form; -1 for none.
 int written_size(const std::string& text) {
-  const char* const end = end_as_written(text.data(), text.data() + text.size());
+  const char* const end = end_of_canonical(text.data(), text.data() + text.size());
   return end == nullptr ? -1 : static_cast<int>(end - text.data());
 }
 
@@ -41,27 +41,27 @@ std::string nested(int levels) {
 
 }  // namespace
 
-TEST(AsWritten, AreTheSimpleValues) {
+TEST(Canonical, AreTheSimpleValues) {
   for (const char* text : {"null", "true", "false", "\"\"", "\"paper\"", "[]", "{}"}) {
     expect_written(text);
   }
 }
 
-TEST(AsWritten, AreNumbers) {
+TEST(Canonical, AreNumbers) {
   for (const char* text : {"0", "7", "-7", "10", "999999999", "-999999999", "0.5", "-0.5", "21.5",
                            "0.1", "1e+20", "1e-07", "-1.25e+100", "0.001"}) {
     expect_written(text);
   }
 }
 
-TEST(AsWritten, AreStringsWithTheirEscapes) {
+TEST(Canonical, AreStringsWithTheirEscapes) {
   for (const char* text : {R"("a\"b")", R"("\\")", R"("\b\t\n\f\r")", "\"a/b\"", "\"\x7f\"",
                            "\"Stra\xc3\x9f\x65\"", "\"\xff\xfe\"", R"("long enough\nfor words")"}) {
     expect_written(text);
   }
 }
 
-TEST(AsWritten, AreContainers) {
+TEST(Canonical, AreContainers) {
   for (const char* text :
        {"[1]", "[1,2.5,\"a\",null]", "[[],{}]", R"({"a":1})", R"({"":1,"a":{"b":[true]},"b":2})",
         R"({"A":1,"a":2,"aa":3})", "{\"a\":1,\"\xc3\xa4\":2}"}) {
@@ -69,20 +69,20 @@ TEST(AsWritten, AreContainers) {
   }
 }
 
-TEST(NotAsWritten, IsNothing) {
+TEST(NotCanonical, IsNothing) {
   for (const char* text : {"", ",", "]", "nul", "tru", "fals", "falsy", "True", "-", "."}) {
     expect_not_written(text);
   }
 }
 
-TEST(NotAsWritten, IsWhiteSpace) {
+TEST(NotCanonical, IsWhiteSpace) {
   for (const char* text : {" 1", "[ 1]", "[1 ]", "[1, 2]", R"({ "a":1})", R"({"a" :1})",
                            R"({"a": 1})", "[ ]", "{ }"}) {
     expect_not_written(text);
   }
 }
 
-TEST(NotAsWritten, AreNumbersThatAreWrittenOtherwise) {
+TEST(NotCanonical, AreNumbersThatAreWrittenOtherwise) {
   for (const char* text : {"-0", "00", "01", "-01", "1.0", "1.50", "1.", "0.0", "-0.0", "1e5",
                            "1e20", "1e+020", "0.00001", "100e-2", ".5", "9.95"}) {
     if (parsed(text).dump() == text) {
@@ -92,21 +92,21 @@ TEST(NotAsWritten, AreNumbersThatAreWrittenOtherwise) {
   }
 }
 
-TEST(NotAsWritten, AreStringsThatAreWrittenOtherwise) {
+TEST(NotCanonical, AreStringsThatAreWrittenOtherwise) {
   for (const char* text : {R"("\/")", R"("\u0041")", R"("\u000a")", R"("\x")", "\"\n\"", "\"\x01\"",
                            "\"open", "\"open\\", "\"open\\\"", "\"123456\n89\""}) {
     expect_not_written(text);
   }
 }
 
-TEST(NotAsWritten, AreMembersInAnotherOrder) {
+TEST(NotCanonical, AreMembersInAnotherOrder) {
   for (const char* text : {R"({"b":1,"a":2})", R"({"a":1,"a":1})", R"({"aa":1,"a":2})",
                            R"({"a":1,"":2})", "{\"\xc3\xa4\":1,\"a\":2}"}) {
     expect_not_written(text);
   }
 }
 
-TEST(NotAsWritten, AreContainersThatTheReaderOnlyTolerates) {
+TEST(NotCanonical, AreContainersThatTheReaderOnlyTolerates) {
   for (const char* text :
        {"[1", "[1,", "[1,]", "[,1]", "[1 2]", "[1}", "{\"a\"}", R"({"a":})", R"({"a":1)",
         R"({"a":1,})", R"({"a":1]", R"({"a":1"b":2})", "{a:1}", "[1,x]"}) {
@@ -114,13 +114,13 @@ TEST(NotAsWritten, AreContainersThatTheReaderOnlyTolerates) {
   }
 }
 
-TEST(NotAsWritten, IsAStringWithATerminator) {
+TEST(NotCanonical, IsAStringWithATerminator) {
   const std::string text("\"a\0b\"", 5);
   EXPECT_EQ(written_size(text), -1);
 }
 
 // Not told, though they are.
-TEST(NotAsWritten, IsWhatWouldTakeLongToTell) {
+TEST(NotCanonical, IsWhatWouldTakeLongToTell) {
   for (const std::string& text : {std::string(R"("\u0001")"), std::string(R"({"a\n":1})"),
                                   std::string("1234567890"), nested(17), nested(100000)}) {
     EXPECT_EQ(parsed(text).dump(), text);
@@ -129,7 +129,7 @@ TEST(NotAsWritten, IsWhatWouldTakeLongToTell) {
   expect_written(nested(16));
 }
 
-TEST(AsWritten, IsNeverATextThatIsWrittenOtherwise) {
+TEST(Canonical, IsNoTextThatIsWrittenOtherwise) {
   TextGenerator generator(20211103);
   int count = 0;
   for (int i = 0; i < 20000; ++i) {
@@ -144,7 +144,7 @@ TEST(AsWritten, IsNeverATextThatIsWrittenOtherwise) {
   EXPECT_GT(count, 1000);
 }
 
-TEST(AsWritten, IsWhatIsWritten) {
+TEST(Canonical, IsWhatIsWritten) {
   TextGenerator generator(19991231);
   int count = 0;
   for (int i = 0; i < 20000; ++i) {
