@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading a notification without a value for the whole of it.
+// Reading a notification without building a value for all of it. For message.cpp alone.
 #pragma once
 
 #include <string>
@@ -8,24 +8,25 @@
 
 namespace zedipc {
 
-// What stands around the parameter of a notification. Nearly all are written by ipcNotify,
-// member by member in the order of their keys, and are read here in a fraction of the time
-// that their value takes; any other text is for JSObject.
+// What stands around a notification's parameter. ipcNotify writes nearly all notifications,
+// with their members in the order of the keys, and reading those here takes a fraction of
+// the time that a value takes. All other texts are left to JSObject.
 struct Envelope {
   int flags = 0;
   std::string from;
   std::string notification;
   std::string to;
-  const char* parameter = nullptr;  // where its text stands in what was read
+  const char* parameter = nullptr;  // where it is in the text
   const char* parameter_end = nullptr;
   bool has_reference = false;
   int reference = 0;
 
-  // Reads a text that stands as it is written, the parameter too. False for any other.
+  // Reads a text that is in its entirety what would be written for its value. False for any
+  // other.
   bool read(const std::string& text);
 
-  // Reads a text whose members stand as they are written around any value for a parameter,
-  // which is read too. False for any other; the parameter is of no use then.
+  // Reads a text of which that is true apart from the parameter, and parses the parameter,
+  // which may be any value. False for any other text; the parameter is then of no use.
   bool read(const std::string& text, JSObject& parameter_value);
 
  private:
