@@ -69,9 +69,10 @@ const char* file_name(const char* path) {
 // that others write to standard error can come between the head and the message.
 __attribute__((format(printf, 3, 0))) void write_line(char (&text)[kLineText], std::size_t head,
                                                       const char* format, va_list ap) {
-  va_list again;
-  va_copy(again, ap);
-  const int count = std::vsnprintf(&text[head], sizeof text - head, format, ap);
+  va_list first;
+  va_copy(first, ap);
+  const int count = std::vsnprintf(&text[head], sizeof text - head, format, first);
+  va_end(first);
   const std::size_t size = head + static_cast<std::size_t>(std::max(count, 0));
   std::unique_ptr<char[]> longer;
   if (size >= sizeof text) longer.reset(new (std::nothrow) char[size + 1]);
@@ -80,13 +81,12 @@ __attribute__((format(printf, 3, 0))) void write_line(char (&text)[kLineText], s
     std::fwrite(text, 1, size, log_stream);
   } else if (longer != nullptr) {
     std::memcpy(longer.get(), text, head);
-    std::vsnprintf(&longer[head], size + 1 - head, format, again);
+    std::vsnprintf(&longer[head], size + 1 - head, format, ap);
     std::fwrite(longer.get(), 1, size, log_stream);
   } else {  // two writes are better than no line
     std::fwrite(text, 1, head, log_stream);
-    std::vfprintf(log_stream, format, again);
+    std::vfprintf(log_stream, format, ap);
   }
-  va_end(again);
 }
 
 }  // namespace
