@@ -6,9 +6,9 @@
 
 namespace zedipc {
 
-// Copies the text of an environment variable to `value`. False, and an empty
-// `value`, if it is not set; a variable that is set to nothing counts as set.
-// Calls do not disturb each other; changing the environment meanwhile does.
+// Copies an environment variable to `value`. If the variable is not set this gives false
+// and an empty `value`; one that is set to nothing counts as set. Safe on several threads,
+// as long as none changes the environment meanwhile.
 bool env_lookup(const char* name, std::string& value);
 
 }  // namespace zedipc

@@ -26,9 +26,9 @@ const char* const kChannelNames[kLogChannels] = {"IPC", "NFY", "NFYCL"};
 const char* const kLevelNames[] = {"emerg",   "alert", "critical", "error",
                                    "warning", "note",  "info",     "debug"};
 constexpr std::size_t kPidText = 32;
-constexpr std::size_t kLineText = 1024;  // longer lines are put together elsewhere
+constexpr std::size_t kLineText = 1024;  // longer lines take memory from the heap
 
-// Set at the end of dbg_log_init; what is written before it needs no lock to read.
+// Set at the end of dbg_log_init. Whoever finds it set reads what that wrote without a lock.
 std::atomic<bool> initialised{false};
 Mutex log_lock;  // dbg_log_init, and each line
 // The levels that come out, as bits, for each channel; all where the log library decides.
@@ -36,7 +36,7 @@ std::uint32_t level_masks[kLogChannels] = {};
 
 FILE* const log_stream = stderr;
 
-// The model makes it as cheap as a plain variable, and it cannot fail.
+// With this model access costs no more than to a plain variable, and cannot fail.
 thread_local int thread_channel __attribute__((tls_model("initial-exec"))) = kLogNoChannel;
 
 bool is_valid(int channel) { return static_cast<unsigned>(channel) < kLogChannels; }
@@ -45,7 +45,8 @@ bool mask_has(int channel, unsigned level) {
   return level < 32 && ((level_masks[channel] >> level) & 1U) != 0;
 }
 
-// The short way for nearly all messages: true only if this one does not come out.
+// The fast path, which nearly all messages take. Where this is false, the message may still
+// not come out.
 bool is_masked_out(unsigned level) {
   if (level >= 32 || !initialised.load(std::memory_order_acquire)) return false;
   return is_valid(thread_channel) && !mask_has(thread_channel, level);
@@ -64,13 +65,14 @@ const char* file_name(const char* path) {
   return slash == nullptr ? path : slash + 1;
 }
 
-// Writes a line whose head, of this size, stands in `text`. One write, since nothing that
-// others write to standard error may come between the head and the message.
+// Writes a line whose head is the first `head` bytes of `text`. At one go, so that nothing
+// that others write to standard error can come between the head and the message.
 __attribute__((format(printf, 3, 0))) void write_line(char (&text)[kLineText], std::size_t head,
                                                       const char* format, va_list ap) {
-  va_list again;
-  va_copy(again, ap);
-  const int count = std::vsnprintf(&text[head], sizeof text - head, format, ap);
+  va_list first;
+  va_copy(first, ap);
+  const int count = std::vsnprintf(&text[head], sizeof text - head, format, first);
+  va_end(first);
   const std::size_t size = head + static_cast<std::size_t>(std::max(count, 0));
   std::unique_ptr<char[]> longer;
   if (size >= sizeof text) longer.reset(new (std::nothrow) char[size + 1]);
@@ -79,13 +81,12 @@ __attribute__((format(printf, 3, 0))) void write_line(char (&text)[kLineText], s
     std::fwrite(text, 1, size, log_stream);
   } else if (longer != nullptr) {
     std::memcpy(longer.get(), text, head);
-    std::vsnprintf(&longer[head], size + 1 - head, format, again);
+    std::vsnprintf(&longer[head], size + 1 - head, format, ap);
     std::fwrite(longer.get(), 1, size, log_stream);
   } else {  // two writes are better than no line
     std::fwrite(text, 1, head, log_stream);
-    std::vfprintf(log_stream, format, again);
+    std::vfprintf(log_stream, format, ap);
   }
-  va_end(again);
 }
 
 }  // namespace
@@ -149,7 +150,7 @@ void dbg_vlog(const char* module, int line, unsigned level, const char* format, 
 
   timespec now;
   monotonic_now(now);
-  // 32 bits on purpose: readers of the log know the stamp to wrap after 49 days.
+  // 32 bits on purpose: readers of the log expect the stamp to wrap after 49 days.
   const auto stamp = static_cast<std::uint32_t>(now.tv_sec) * 1000U +
                      static_cast<std::uint32_t>(now.tv_nsec / 1000000);
   char text[kLineText];

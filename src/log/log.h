@@ -31,15 +31,15 @@ enum LogChannel : int {
 };
 
 // Logs one message on the thread's channel. `module` is the path by which readers
-// of the log know the subsystem, `format` is printf's and ends with its own "\n".
-// Never reports a failure.
+// of the log know the subsystem; `format` is printf's and ends with its own "\n".
+// Never reports a failure. A line goes to stderr as one write.
 void dbg_log(const char* module, int line, unsigned level, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
 void dbg_vlog(const char* module, int line, unsigned level, const char* format, va_list ap)
     __attribute__((format(printf, 4, 0)));
 
-// Whether a message of this level would come out on the thread's channel: asked
-// before text is built that is only needed for the log.
+// Whether a message of this level would come out on the thread's channel. Ask before
+// building text that only the log needs.
 bool dbg_log_enabled(unsigned level);
 
 // The thread's channel.

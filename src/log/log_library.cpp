@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Finding the device's log library, and handing messages to it.
 #include "log/log_library.h"
 
 #include <dlfcn.h>
@@ -104,7 +105,7 @@ void log_library_bind(const char* pid, const char* const (&channel_names)[kLogCh
     std::fprintf(stderr, "DBGLOG <%s>: dlopen(%s) returned 0, logging disabled.\n", pid, kPath);
     return;
   }
-  // Once bound it stays open: any thread may be inside it, until the process ends.
+  // Once bound it is never closed: any thread may be inside it.
   if (!bind_functions(library, pid, channel_names)) ::dlclose(library);
 }
 

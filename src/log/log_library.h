@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The device's own log library: where it is installed, it takes the messages of a
-// process that does not choose the masks. It is found at run time, so that nothing
-// depends on it.
+// The device's own log library. Where it is installed, it gets the messages of every
+// process that sets no mask. It is loaded at run time, so that nothing depends on it.
 #pragma once
 
 #include <cstdarg>
@@ -10,9 +9,9 @@
 
 namespace zedipc {
 
-// Finds the library and binds it, or says on standard error why not. Called once, by
-// dbg_log_init; the functions below may be called by any thread from then on.
-// `pid` is the text by which the lines name the process.
+// Finds and binds the library, or says on standard error why it cannot. Called once, by
+// dbg_log_init; after that any thread may call the functions below. `pid` is how the
+// lines name the process.
 void log_library_bind(const char* pid, const char* const (&channel_names)[kLogChannels]);
 
 // Whether messages of this channel go to the log library.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Registering and observing.
+// Handling of the messages by which clients register and observe.
 #include "notifyserver/registrations.h"
 
 #include <algorithm>
@@ -11,10 +11,11 @@ namespace zedipc {
 
 namespace {
 
-// Of all remote sessions together, so that they cannot fill the memory.
+// Of all remote sessions together, so that they cannot fill the memory. Nobody is told
+// when this refuses a row, not even the log.
 constexpr std::int32_t kMaxRemoteRegistrations = 256;
 
-// Whether any rule lets the notification leave, from whomever and to whomever.
+// Whether any rule lets the notification leave the machine, whoever sends it to whomever.
 bool may_leave(const std::string& notification) REQUIRES(server.server_lock) {
   return std::any_of(server.outbound_rules.begin(), server.outbound_rules.end(),
                      [&](const ConfigRule& rule) {

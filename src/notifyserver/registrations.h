@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What clients tell the server of themselves: what they receive, and whether they observe.
+// What clients tell the server about themselves: what they receive, and whether they observe.
 #pragma once
 
 #include "notifyserver/server_state.h"

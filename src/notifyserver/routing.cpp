@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Whom a notification goes to: rules, receivers, observers, and the sender if nobody takes it.
 #include "notifyserver/routing.h"
 
 #include <limits>
@@ -22,7 +23,8 @@ struct Notification : Headline {
   bool outbound_blocked;  // it may not leave for another machine
 };
 
-// Reads and logs the notification, and asks the rules.
+// Reads and logs the notification, and asks the rules. Reading the parameter for the log
+// creates one that is absent, so that a unicast has it only while this level comes out.
 Notification receive(const Session& session, Message& message) REQUIRES(server.server_lock) {
   const Headline n = message.headline();
   if (dbg_log_enabled(kLogInfo)) {
@@ -47,12 +49,14 @@ void notify_observers(const Notification& n, const Registration& row) REQUIRES(s
   for (IPC* const observer : server.observers) send(observer, text);
 }
 
-// The names differ for nearly all rows, and so do their hashes; a removed row has no session.
+// Compares the hashes first, which tell nearly all rows apart. A removed row has no session.
 bool is_called(const Registration& row, const Notification& n) {
   return row.name_hash == n.name_hash && row.ipc != nullptr && row.notification == n.notification;
 }
 
-// Each session gets the text once; observers hear of each row.
+// Each session gets the text once, and only one attempt is made: its further rows count as
+// served even if that failed. Observers hear of each row. The rules come before the name, so
+// that the log has a line for every remote row.
 void broadcast(const Notification& n, const std::string& received_text)
     REQUIRES(server.server_lock) {
   if (n.inbound_blocked) {
@@ -88,8 +92,8 @@ void broadcast(const Notification& n, const std::string& received_text)
   }
 }
 
-// The row with the highest priority that can take it, the latest of equal ones;
-// null if there is none.
+// The row with the highest priority that can take it, the latest among equals; null if
+// there is none. The rules come before the name here too.
 const Registration* find_best(const Notification& n) REQUIRES(server.server_lock) {
   const bool any_receiver = n.to == kToHighestPriority;
   const Registration* best = nullptr;
@@ -105,7 +109,7 @@ const Registration* find_best(const Notification& n) REQUIRES(server.server_lock
     if (!is_called(row, n) || (!any_receiver && row.to != n.to)) continue;
     if (row.priority < best_priority || row.ipc->error()) continue;
     if (best != nullptr) {
-      // Both numbers are the winner's, as readers of this line know it.
+      // Both numbers are the new row's: readers of the log know this line so.
       ZEDIPC_SERVER_LOG(kLogNote,
                         "handle_client(): unicast notification '%s' to '%s' (ipc=%p) blocked due "
                         "to higher priority %d (>=%d) of '%s' (ipc=%p)\n",
@@ -139,8 +143,8 @@ bool deliver(const Notification& n, const std::string& text) REQUIRES(server.ser
   return false;
 }
 
-// Sends the message back, as an error, to the session that it first came from, if
-// that still lives. The reference comes from the network, and so is only looked up.
+// Sends the error to the session that the message first came from, if that still lives.
+// The reference comes from the network, so it is looked up and never trusted.
 void report_unicast_error(const Notification& n, const std::string& text, std::int32_t reference)
     REQUIRES(server.server_lock) {
   const auto sender = server.sessions.find(reference);

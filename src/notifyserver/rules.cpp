@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Parsing the rule file, and asking the rules.
 #include "notifyserver/rules.h"
 
 #include <algorithm>

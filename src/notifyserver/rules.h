@@ -19,33 +19,32 @@ struct ConfigRule {
   bool operator<(const ConfigRule& other) const;
 };
 
-// A rule permits; what no rule of the set matches is refused.
+// Each rule is a permission: what none of them matches is refused.
 using RuleSet = std::set<ConfigRule>;
 
-// A rule and where the file has it, or what a line has in the place of a rule.
+// A line of a rule file that is neither blank nor a comment.
 struct RuleLine {
   std::size_t number;              // from 1
-  std::vector<std::string> words;  // "in" or "out", and the three patterns
+  std::vector<std::string> words;  // of a rule: "in" or "out", and the three patterns
 
   [[nodiscard]] bool is_rule() const;
-  // Of a rule: whether it is for what comes in.
+  // Of a rule: whether it permits what comes in.
   [[nodiscard]] bool inbound() const;
 };
 
-// The rules of a file, in its order. The first line that is no rule, comment or blank
-// is the last one then.
+// The rules of a file, in order. Stops at the first line that is not a valid rule, which
+// is then the last element.
 std::vector<RuleLine> read_rules(const std::string& text);
 
-// Reads the text of a rule file into the two sets, which are emptied first. False
-// at the first line that is no rule, comment or blank; the rules ahead of it are
-// in the sets then.
+// Replaces both sets with the rules of a file. Stops with false at the first line that is
+// not a valid rule; the sets then hold the rules before it.
 bool parse_config(const std::string& text, RuleSet& inbound, RuleSet& outbound);
 
 // Whether any rule matches all three.
 bool rule_match(const std::string& from, const std::string& to, const std::string& notification,
                 const RuleSet& rules);
 
-// The words of a line, separated by white space, replacing what `words` held.
+// Replaces `words` with the words of the line, which white space separates.
 void split_words(std::vector<std::string>& words, const std::string& line);
 
 }  // namespace zedipc

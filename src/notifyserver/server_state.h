@@ -25,8 +25,8 @@ struct ServerState {
   // no session can go away under a writer.
   Mutex server_lock;
 
-  // Every live session by its identity, by which messages refer to it. The first is far
-  // from the small numbers that a careless sender may put in a message.
+  // Every live session by the identity that stands for it in messages. Identities start
+  // far from the small numbers that a careless sender may put there.
   static constexpr std::int32_t kFirstIdentity = 0x10000000;
   std::map<std::int32_t, IPC*> sessions GUARDED_BY(server_lock);
   std::int32_t next_identity GUARDED_BY(server_lock) = kFirstIdentity;
@@ -45,7 +45,7 @@ struct ServerState {
 // Never destroyed, since session threads run until the process has gone.
 extern ServerState& server;
 
-// A live session, as the thread that serves it sees it.
+// A live session as its own thread sees it.
 struct Session {
   IPC* ipc;
   std::int32_t identity;

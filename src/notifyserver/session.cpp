@@ -23,8 +23,7 @@ bool is_remote(const IPC& ipc) {
   return std::strncmp(ipc.remote_addr(), kLocal, sizeof kLocal - 1) != 0;
 }
 
-// Whatever is no known message, or is not for remote sessions, is ignored without
-// a word.
+// Unknown messages, and what remote sessions may not ask for, are ignored without a word.
 void handle_message(const Session& session, Message& message) REQUIRES(server.server_lock) {
   switch (message.type()) {
     case MessageType::kNotify:
@@ -50,9 +49,9 @@ void handle_text(const Session& session, const std::string& received_text) {
   handle_message(session, message);
 }
 
-// False at the end of the stream and at a read error. A frame that was refused or
-// that stopped half-way does not end the session, and reads as an empty text: what a
-// stopped one leaves in `text` is in part the message before it.
+// False at the end of the stream and after a read error. A frame that was refused or that
+// stopped half-way does not end the session but reads as an empty text: part of what a
+// stopped one leaves in `text` is the message before it.
 bool read_message(IPC* ipc, std::string& text) {
   int msg_tag = 0;
   if (ipc->read_msg(NOTIFY_FRAME_ID, msg_tag, text, NOTIFY_MAX_MSG, -1)) return true;
@@ -73,9 +72,9 @@ void end_session(const Session& session) {
     server.observers.erase(session.ipc);
     server.sessions.erase(session.identity);
   }
-  // No other thread can be writing to the channel now, or find it in a table. Without
-  // the lock, since a channel that ends waits for a channel callback that is running,
-  // if this process has such: the other clients do not have to wait for that.
+  // No other thread can be writing to the channel now, or find it in a table. Not under
+  // the lock: deleting a channel waits for any channel callback of this process that is
+  // running, and the other clients must not wait for that.
   delete session.ipc;
 }
 

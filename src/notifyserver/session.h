@@ -4,8 +4,8 @@
 
 namespace zedipc {
 
-// The thread function of a session. The argument is the accepted IPC, which
-// belongs to the thread from now on. Ends with the connection; the result is null.
+// The thread function of a session. The argument is the accepted IPC, which the thread
+// owns from now on. Returns null when the connection has ended.
 void* handle_client(void* accepted);
 
 }  // namespace zedipc

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
+// Matching without recursion: a mismatch goes back to the last star alone.
 #include "notifyserver/wildcard.h"
 
 namespace zedipc {
 
 namespace {
 
-// Matches one step of the pattern that is no star against one byte. The step is
-// one byte long, or two with a backslash.
+// Whether a step of the pattern that is no star matches the byte. A step is one byte
+// long, or two with a backslash.
 bool matches_byte(const char* pattern, char byte) {
   if (*pattern == '\\') ++pattern;
   return *pattern != '\0' && *pattern == byte;
@@ -19,8 +20,8 @@ const char* next_step(const char* pattern) { return pattern + (*pattern == '\\' 
 // Only the last star has to be reconsidered: whatever an earlier one could take
 // instead, the last one can take too.
 bool wildcard_match(const char* pattern, const char* text) {
-  const char* star = nullptr;       // the pattern behind the last star met
-  const char* star_text = nullptr;  // the text behind what that star takes
+  const char* star = nullptr;       // the pattern after the last star met
+  const char* star_text = nullptr;  // the text after what that star takes
   while (*text != '\0') {
     if (*pattern == '*') {
       while (*pattern == '*') ++pattern;

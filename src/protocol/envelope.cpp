@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The walk over a notification's members.
 #include "protocol/envelope.h"
 
 #include <charconv>
@@ -13,11 +14,11 @@ namespace zedipc {
 
 namespace {
 
-// A place among the members of a message.
+// A position among the members of a message.
 struct MemberCursor : Cursor {
   using Cursor::Cursor;
 
-  // Stays where it is if another member stands there.
+  // Does not move if another member is there.
   template <std::size_t size>
   bool key(const char (&name)[size]) {
     const char* const begin = at;
@@ -62,7 +63,7 @@ bool Envelope::read(const std::string& text) {
 bool Envelope::read(const std::string& text, JSObject& parameter_value) {
   if (!read_head(text)) return false;
   const int size = parameter_value.parse(parameter);
-  // A terminator may have been counted as the last letter of a word.
+  // The parser may have counted a terminator as the last letter of a word.
   if (size <= 0 || parameter[size - 1] == '\0') return false;
   parameter_end = parameter + size;
   return read_tail(text);
@@ -71,7 +72,8 @@ bool Envelope::read(const std::string& text, JSObject& parameter_value) {
 bool Envelope::read_head(const std::string& text) {
   if (text.size() < kLastMember) return false;
   const char* const end = text.data() + text.size();
-  if (!MemberCursor(end - kLastMember, end).last_member()) return false;  // at once for others
+  if (!MemberCursor(end - kLastMember, end).last_member())
+    return false;  // the quick way out for others
   MemberCursor cursor(text.data(), end);
   const bool read = cursor.skip('{') && cursor.key(kKeyFlags) && cursor.number(flags) &&
                     cursor.skip(',') && cursor.key(kKeyFrom) && cursor.string(from) &&

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Reading a notification without a value for the whole of it.
+// Reading a notification without building a value for all of it. For message.cpp alone.
 #pragma once
 
 #include <string>
@@ -16,7 +16,7 @@ struct Envelope {
   std::string from;
   std::string notification;
   std::string to;
-  const char* parameter = nullptr;  // where its text stands in what was read
+  const char* parameter = nullptr;  // where it is in the text
   const char* parameter_end = nullptr;
   bool has_reference = false;
   int reference = 0;

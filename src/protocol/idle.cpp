@@ -12,11 +12,11 @@ namespace zedipc {
 
 namespace {
 
-// A text below is too small to bother, and so is the value that was made of it.
+// Neither a smaller text nor the value that was made of it is worth the trouble.
 constexpr std::size_t kLargeText = 16384;
 constexpr int kIdleTime = 1000;  // milliseconds
 
-// By the capacity, which lasts: small messages may follow a large one before the silence.
+// By the capacity, which lasts: small messages may follow the large one before the silence.
 bool is_large(const std::string& text) { return text.capacity() >= kLargeText; }
 
 bool is_idle(const IPC& connection) {

@@ -8,13 +8,13 @@
 
 namespace zedipc {
 
-// For the text that a connection's messages are read into: where it is or was a large one,
-// this gives its memory, and all that is free, back to the system, and empties it.
+// If the text that a connection's messages are read into is or was large, empties it, and
+// gives its memory and all that is free back to the system.
 void release_large(std::string& text);
 
-// The same, called between two messages, once nothing has arrived for a second: a stream of
-// large messages costs no page faults. Waits for nothing where the text is small, and
-// touches no flag of the connection.
+// Called between two messages: does the same if nothing arrives for a second, so that a
+// stream of large messages costs no page faults. Returns at once if the text is small or as
+// soon as something arrives, and touches none of the connection's flags.
 void release_when_idle(const IPC& connection, std::string& text);
 
 }  // namespace zedipc

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The words of the messages, for the code that reads and writes their text.
+// The keys of the messages and the values of "type". For message.cpp and envelope.cpp alone.
 #pragma once
 
 namespace zedipc {
@@ -13,7 +13,7 @@ inline constexpr char kTypeUnregisterObserver[] = "unregister_observer";
 inline constexpr char kTypeNotifyObserver[] = "notify_observer";
 inline constexpr char kTypeUnicastError[] = "unicast_error";
 
-// The keys. "type" comes last in the order in which they are written.
+// The keys, which are written in ascending order: "type" comes last.
 inline constexpr char kKeyType[] = "type";
 inline constexpr char kKeyFrom[] = "from";
 inline constexpr char kKeyTo[] = "to";

@@ -25,14 +25,13 @@ MessageType type_of(const std::string& name) {
   return static_cast<MessageType>(type);
 }
 
-// Bytes of a message with a small parameter.
+// The bytes of a message with a small parameter.
 constexpr std::size_t kTypicalText = 256;
-// Room for the member that a unicast gets on its way.
+// The most that "reference" adds to a text.
 constexpr std::size_t kReferenceText = 32;
 
-// Writes member by member, as a value of them would be written: the caller gives them in the
-// ascending order of their keys. To build the value would take a copy of the parameter,
-// which may be large.
+// Writes what a value with these members would give. The caller adds them in ascending order
+// of their keys. Building that value would take a copy of the parameter, which may be large.
 class MessageWriter {
  public:
   MessageWriter() { text_.reserve(kTypicalText); }
@@ -42,11 +41,6 @@ class MessageWriter {
     TextSink sink(text_);
     put_quoted(sink, value);
     sink.flush();
-  }
-
-  void add(const char* key, std::int32_t value) {
-    begin(key);
-    text_ += std::to_string(value);
   }
 
   void add(const char* key, const JSObject& value) {
@@ -72,7 +66,7 @@ class MessageWriter {
 
 std::string notify_text(const Headline& headline, const JSObject& parameter) {
   MessageWriter message;
-  message.add(kKeyFlags, static_cast<std::int32_t>(headline.flags));
+  message.add(kKeyFlags, headline.flags);
   message.add(kKeyFrom, headline.from);
   message.add(kKeyNotification, headline.notification);
   message.add(kKeyParameter, parameter);
@@ -82,7 +76,7 @@ std::string notify_text(const Headline& headline, const JSObject& parameter) {
 
 std::string notify_observer_text(const Headline& headline) {
   MessageWriter message;
-  message.add(kKeyFlags, static_cast<std::int32_t>(headline.flags));
+  message.add(kKeyFlags, headline.flags);
   message.add(kKeyFrom, headline.from);
   message.add(kKeyNotification, headline.notification);
   message.add(kKeyTo, headline.to);

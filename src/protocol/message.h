@@ -13,7 +13,7 @@
 
 namespace zedipc {
 
-// What a notification says beside its parameter. Lives no longer than its strings.
+// A notification without its parameter. Refers to its strings, and must not outlive them.
 struct Headline {
   const std::string& from;
   const std::string& to;
@@ -40,14 +40,14 @@ enum class MessageType {
   kUnknown
 };
 
-// A message that came in. Most notifications are read without a value for the whole of
-// their text; of any other text a value is made. Nothing here tells the two apart.
+// A message that came in. Most notifications are read without building a value for the whole
+// text, all other texts with one; callers cannot tell the difference.
 //
-// A member that is read and not there is made, as null: it stands in whatever is written
-// from the message later. So readers ask for members where they are told to, and no earlier.
+// Reading an absent member creates it, as null, and whatever is written from the message
+// later then has it. So when a member is read is part of what peers see.
 class Message {
  public:
-  // Whoever passes a notification on leaves its parameter as text.
+  // To pass a notification on, its parameter can be left as text.
   enum class Parameter { kLeave, kRead };
 
   // Keeps a reference to the text, which stays unchanged for the message's life.
@@ -55,34 +55,35 @@ class Message {
   Message(const Message&) = delete;
   Message& operator=(const Message&) = delete;
 
-  // Made from the text alone; reading it has made "type".
+  // Known from the start: "type" has been read.
   [[nodiscard]] MessageType type() const { return type_; }
   [[nodiscard]] const std::string& received_text() const { return text_; }
 
-  // Reads "from", "to", "notification" and "flags". The strings are the message's.
+  // Reads "from", "to", "notification" and "flags". The strings live as long as the message.
   Headline headline();
   std::string to();
   std::string notification();
   std::int32_t priority();
 
-  // May be moved from, unless what follows is asked for later.
+  // May be moved from by a caller that asks for nothing else afterwards.
   JSObject& parameter();
   std::string parameter_text();
 
-  // The text of a unicast on its way to a receiver: a message that came without a
-  // "reference" gets `identity`; one that is there stays, whatever its kind.
+  // What a unicast's receiver gets: the message with a "reference", which is `identity`
+  // unless there is one already, of whatever kind.
   const std::string& forward_text(std::int32_t identity);
-  // Makes an error of what forward_text gave, which it replaces.
+  // After forward_text, whose result it replaces: what the sender of a unicast gets that
+  // nobody took.
   const std::string& unicast_error_text();
-  // After forward_text: whom the error is for.
+  // After forward_text: the session that the error is for.
   std::int32_t reference();
 
-  // The message written anew.
+  // The message as its value is written.
   std::string text();
 
  private:
   [[nodiscard]] bool has_envelope() const { return is_canonical_ || parameter_.has_value(); }
-  // Of the whole text, made where it is needed.
+  // The value of the whole text, built when it is first needed.
   JSObject& value();
 
   const std::string& text_;

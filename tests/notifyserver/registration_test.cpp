@@ -228,12 +228,12 @@ TEST(Registration, OfManyRowsTakesSecondsAtMost) {
   }
   for (const std::string& bytes : {registrations, removals, registrations}) {
     std::thread sender([&] { peer.send(bytes); });
-    settle(other, 1000);
+    settle(other);
     sender.join();
     settle(peer);
   }
   leave(peer);
-  settle(other, 1000);
+  settle(other);
 }
 
 // A removed row keeps its place for a while.
