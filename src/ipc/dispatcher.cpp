@@ -5,21 +5,14 @@
 
 #include <fcntl.h>
 #include <pthread.h>
-#include <sys/select.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <utility>
 
 #include "ipc/socket.h"
-
-#ifdef __GLIBC__
-// The check behind the system's own FD_SET, which not every build type switches on.
-// NOLINTNEXTLINE(bugprone-reserved-identifier,readability-redundant-declaration)
-extern "C" long __fdelt_chk(long fd);
-#endif
+#include "ipc/watch_set.h"
 
 namespace zedipc {
 
@@ -55,41 +48,6 @@ class SCOPED_CAPABILITY DispatcherLock {
 };
 
 void* address(ChannelCallback callback) { return reinterpret_cast<void*>(callback); }
-
-// The descriptors of one select.
-class WatchSet {
- public:
-  WatchSet() { clear(); }
-  void clear() {
-    FD_ZERO(&set_);
-    highest_ = 0;
-  }
-  void add(int fd) {
-    check_range(fd);
-    FD_SET(fd, &set_);
-    highest_ = std::max(highest_, fd);
-  }
-  [[nodiscard]] bool has(int fd) const {
-    check_range(fd);
-    return FD_ISSET(fd, &set_);
-  }
-  [[nodiscard]] int highest() const { return highest_; }
-  int select() { return ::select(highest_ + 1, &set_, nullptr, nullptr, nullptr); }
-
- private:
-  // A set has room for FD_SETSIZE descriptors; beyond them there is no going on. The tests
-  // of this end with the process, before coverage is written.
-  static void check_range(int fd) {
-    if (fd < FD_SETSIZE) return;
-#ifdef __GLIBC__
-    __fdelt_chk(fd);
-#endif
-    std::abort();
-  }
-
-  fd_set set_;
-  int highest_;
-};
 
 bool open_wake_pipe() REQUIRES(dispatcher->mutex) {
   int ends[2];
@@ -145,55 +103,34 @@ void await_pass(std::uint64_t number) {
 }
 
 // Calls the channel's callback if there is something to tell. The callback may remove
-// or delete any channel, so nothing of `entry` may be used after the call.
-void serve(Private* d, const Dispatcher::Registration& entry, const WatchSet& ready) {
+// or delete any channel, so nothing of the entry may be used after the call.
+void serve(Private& channel, const Dispatcher::Registration& entry, const WatchSet& ready) {
   const auto [callback, data, ipc] = entry;
-  const int fd = d->fd.load(std::memory_order_acquire);
+  void* const function = address(callback);
+  void* const i = ipc;
+  void* const d = &channel;
+  const int fd = channel.fd.load(std::memory_order_acquire);
   if (fd < 0) return;
-  const int state = d->cb_state.load(std::memory_order_acquire);
+  const int state = channel.cb_state.load(std::memory_order_acquire);
   if ((state & CB_LOCKED) != 0) {
     ZEDIPC_IPC_LOG(kLogDebug, "cb_thread(): callback %p is locked (ipc=%p, d=%p, cb_state=%d)!\n",
-                   address(callback), static_cast<void*>(ipc), static_cast<void*>(d), state);
+                   function, i, d, state);
     return;
   }
   if (!ready.has(fd)) {
-    ZEDIPC_IPC_LOG(kLogDebug, "cb_thread(): !FD_ISSET() on fd=%d (ipc=%p, d=%p)!\n", fd,
-                   static_cast<void*>(ipc), static_cast<void*>(d));
+    ZEDIPC_IPC_LOG(kLogDebug, "cb_thread(): !FD_ISSET() on fd=%d (ipc=%p, d=%p)!\n", fd, i, d);
     return;
   }
-  const Private::Input input = d->take_input(fd);
-  switch (input) {
-    case Private::Input::kClosed:
-      return;
-    case Private::Input::kNone:
-      ZEDIPC_IPC_LOG(kLogDebug, "cb_thread(): !poll_in()->no data (ipc=%p, d=%p)!\n",
-                     static_cast<void*>(ipc), static_cast<void*>(d));
-      return;
-    case Private::Input::kUnread:
-      ZEDIPC_IPC_LOG(kLogDebug,
-                     "cb_thread(): callback %p temporary disabled (ipc=%p, d=%p, cb_state=%d)!\n",
-                     address(callback), static_cast<void*>(ipc), static_cast<void*>(d),
-                     d->cb_state.load(std::memory_order_acquire));
-      return;
-    case Private::Input::kEnd:
-    case Private::Input::kFailure:
-      ZEDIPC_IPC_LOG(kLogDebug,
-                     "cb_thread(): set lock flag for callback %p (ipc=%p, d=%p), reason: %s!\n",
-                     address(callback), static_cast<void*>(ipc), static_cast<void*>(d),
-                     input == Private::Input::kFailure ? "error" : "eof");
-      break;
-    case Private::Input::kData:
-      break;
-  }
+  if (!channel.take_input(fd, function, i)) return;
   ZEDIPC_IPC_LOG(kLogDebug, "cb_thread(): call callback %p with data %p (ipc=%p, d=%p)!\n",
-                 address(callback), data, static_cast<void*>(ipc), static_cast<void*>(d));
+                 function, data, i, d);
   callback(data, ipc);
 }
 
 void serve_all(const WatchSet& ready) REQUIRES(dispatcher->mutex) {
   for (auto at = dispatcher->channels.begin(); at != dispatcher->channels.end();) {
     Private* const served = at->first;
-    serve(served, at->second, ready);
+    serve(*served, at->second, ready);
     // Looked up afresh, since the callback may have removed this entry and others.
     at = dispatcher->channels.upper_bound(served);
   }
@@ -270,36 +207,40 @@ bool start_dispatcher() REQUIRES(dispatcher->mutex) {
   return dispatcher->running;
 }
 
-bool add_callback(Private* d, const Dispatcher::Registration& entry) REQUIRES(dispatcher->mutex) {
-  dispatcher->channels[d] = entry;
+bool add_callback(Private& channel, const Dispatcher::Registration& entry)
+    REQUIRES(dispatcher->mutex) {
+  void* const d = &channel;
+  void* const ipc = entry.ipc;
+  dispatcher->channels[&channel] = entry;
   if (!dispatcher->running && !start_dispatcher()) {
     dispatcher->channels.clear();
     return false;
   }
-  d->cb_state.fetch_or(CB_REGISTERED | CB_ARMED, std::memory_order_relaxed);
-  ZEDIPC_IPC_LOG(kLogDebug, "%p->set_callback(): registered callback %p (d=%p))\n",
-                 static_cast<void*>(entry.ipc), address(entry.callback), static_cast<void*>(d));
+  channel.cb_state.fetch_or(CB_REGISTERED | CB_ARMED, std::memory_order_relaxed);
+  ZEDIPC_IPC_LOG(kLogDebug, "%p->set_callback(): registered callback %p (d=%p))\n", ipc,
+                 address(entry.callback), d);
   return true;
 }
 
-bool remove_callback(Private* d, IPC* ipc) REQUIRES(dispatcher->mutex) {
+bool remove_callback(Private& channel, void* ipc) REQUIRES(dispatcher->mutex) {
+  void* const d = &channel;
   if (!dispatcher->running) {
     ZEDIPC_IPC_LOG(kLogDebug,
-                   "%p->set_callback(): empty callback map for this object (d=%p), done.\n",
-                   static_cast<void*>(ipc), static_cast<void*>(d));
+                   "%p->set_callback(): empty callback map for this object (d=%p), done.\n", ipc,
+                   d);
     return false;
   }
-  const auto entry = dispatcher->channels.find(d);
+  const auto entry = dispatcher->channels.find(&channel);
   if (entry == dispatcher->channels.end()) {
     ZEDIPC_IPC_LOG(kLogDebug,
                    "%p->set_callback(): no callback registered for this object (d=%p), done.\n",
-                   static_cast<void*>(ipc), static_cast<void*>(d));
+                   ipc, d);
     return false;
   }
   ZEDIPC_IPC_LOG(kLogDebug, "%p->set_callback(): unregister callback %p for this object (d=%p)\n",
-                 static_cast<void*>(ipc), address(entry->second.callback), static_cast<void*>(d));
+                 ipc, address(entry->second.callback), d);
   dispatcher->channels.erase(entry);
-  d->cb_state.fetch_and(~CB_REGISTERED, std::memory_order_relaxed);
+  channel.cb_state.fetch_and(~CB_REGISTERED, std::memory_order_relaxed);
   return true;
 }
 
@@ -308,18 +249,31 @@ bool remove_callback(Private* d, IPC* ipc) REQUIRES(dispatcher->mutex) {
 // All under read_mutex, so that a channel which is closed and perhaps connected again
 // meanwhile has either been through this before or not at all. It is locked until the new
 // socket, which can have the number of the old one, is ready.
-IPC::IpcPrivate::Input IPC::IpcPrivate::take_input(int watched_fd) {
+bool IPC::IpcPrivate::take_input(int watched_fd, void* function, void* ipc) {
+  void* const self = this;
   const MutexLock lock(read_mutex);
-  if (fd.load(std::memory_order_acquire) != watched_fd) return Input::kClosed;
-  if ((cb_state.load(std::memory_order_acquire) & CB_LOCKED) != 0) return Input::kClosed;
-  if (!poll_in_locked(0)) return Input::kNone;
-  if ((cb_state.load(std::memory_order_relaxed) & CB_ARMED) == 0) return Input::kUnread;
+  if (fd.load(std::memory_order_acquire) != watched_fd) return false;
+  if ((cb_state.load(std::memory_order_acquire) & CB_LOCKED) != 0) return false;
+  if (!poll_in_locked(0)) {
+    ZEDIPC_IPC_LOG(kLogDebug, "cb_thread(): !poll_in()->no data (ipc=%p, d=%p)!\n", ipc, self);
+    return false;
+  }
+  const int state = cb_state.load(std::memory_order_acquire);
+  if ((state & CB_ARMED) == 0) {
+    ZEDIPC_IPC_LOG(kLogDebug,
+                   "cb_thread(): callback %p temporary disabled (ipc=%p, d=%p, cb_state=%d)!\n",
+                   function, ipc, self, state);
+    return false;
+  }
   const bool failed = error_flag.load(std::memory_order_relaxed);
-  const bool ended = eof_flag.load(std::memory_order_relaxed);
-  if (failed || ended) cb_state.fetch_or(CB_LOCKED, std::memory_order_relaxed);
+  if (failed || eof_flag.load(std::memory_order_relaxed)) {
+    cb_state.fetch_or(CB_LOCKED, std::memory_order_relaxed);
+    ZEDIPC_IPC_LOG(kLogDebug,
+                   "cb_thread(): set lock flag for callback %p (ipc=%p, d=%p), reason: %s!\n",
+                   function, ipc, self, failed ? "error" : "eof");
+  }
   cb_state.fetch_and(~CB_ARMED, std::memory_order_relaxed);
-  if (failed) return Input::kFailure;
-  return ended ? Input::kEnd : Input::kData;
+  return true;
 }
 
 void notify_cb_thread(bool wait) {
@@ -353,7 +307,7 @@ bool IPC::set_callback(ChannelCallback callback, void* data) {
   {
     const DispatcherLock lock;
     const bool done =
-        callback == nullptr ? remove_callback(d, this) : add_callback(d, {callback, data, this});
+        callback == nullptr ? remove_callback(*d, this) : add_callback(*d, {callback, data, this});
     if (!done) return false;
     pass = wake_dispatcher();
   }

@@ -69,11 +69,10 @@ class IPC::IpcPrivate {
   Mutex write_mutex;  // one write at a time
   std::atomic<int> cb_state{CB_LOCKED};
 
-  // What a channel that was seen readable has for its callback.
-  enum class Input { kClosed, kNone, kUnread, kData, kEnd, kFailure };
-  // Finds it out, if the channel still has this socket. From kData, kEnd and kFailure
-  // on the channel is not watched until it is armed again, or connected again.
-  Input take_input(int watched_fd);
+  // Whether a channel that was seen readable has something for its callback, if it still has
+  // this socket. It is not watched then until it is armed again, and not before it is connected
+  // again if what it has is its end. The pointers are what the log shows of the callback.
+  bool take_input(int watched_fd, void* function, void* ipc);
 
  private:
   // A read that is under way.
