@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <optional>
 
+#include "ipc/dispatcher.h"
 #include "ipc/ipc_private.h"
 #include "ipc/socket.h"
 
@@ -15,7 +16,7 @@ namespace {
 
 // All closes of the process pass through it one at a time, so that of two threads
 // that close one channel only one finds the socket.
-std::mutex close_mutex;
+Mutex close_mutex;
 
 constexpr short kHangup = POLLERR | POLLHUP | POLLNVAL;
 
@@ -70,14 +71,14 @@ bool IPC::poll_in(int timeout_msec) {
 }
 
 void IPC::close() {
-  const std::lock_guard<std::mutex> closing(close_mutex);
+  const MutexLock closing(close_mutex);
   const int fd = d->fd.load(std::memory_order_acquire);
   if (fd == -1) return;
   // Ends whatever other threads are blocked in, so that they let go of the locks.
   ::shutdown(fd, SHUT_RDWR);
   {
-    const std::lock_guard<std::mutex> reading(d->read_mutex);
-    const std::lock_guard<std::mutex> writing(d->write_mutex);
+    const MutexLock reading(d->read_mutex);
+    const MutexLock writing(d->write_mutex);
     // Forgotten first: the number may be somebody else's as soon as it is closed.
     d->fd.store(-1, std::memory_order_relaxed);
     close_fd(fd);
@@ -122,7 +123,7 @@ bool IPC::IpcPrivate::require_connection(const char* operation) {
 
 bool IPC::IpcPrivate::write(const void* data, int size) {
   if (size == 0) return true;  // an empty payload, whatever the channel's state
-  const std::lock_guard<std::mutex> lock(write_mutex);
+  const MutexLock lock(write_mutex);
   const bool valid = require_buffer("write", data, size);
   if (!require_connection("write")) return false;
   if (!valid) return false;
@@ -159,7 +160,7 @@ class IPC::IpcPrivate::Rearming {
 
 int IPC::IpcPrivate::read(void* data, int size, int timeout_msec, int next_timeout_msec,
                           bool rearm) {
-  const std::lock_guard<std::mutex> lock(read_mutex);
+  const MutexLock lock(read_mutex);
   std::optional<Rearming> rearming;
   if (rearm) rearming.emplace(*this);
   const bool valid = require_buffer("read", data, size);
@@ -168,7 +169,7 @@ int IPC::IpcPrivate::read(void* data, int size, int timeout_msec, int next_timeo
 }
 
 int IPC::IpcPrivate::read(GrowingBuffer& buffer, int size, int timeout_msec) {
-  const std::lock_guard<std::mutex> lock(read_mutex);
+  const MutexLock lock(read_mutex);
   int room = buffer.grow(0, size);
   const Rearming rearming(*this);
   if (!require_connection("read")) return 0;
@@ -187,7 +188,7 @@ struct IPC::IpcPrivate::Transfer {
 };
 
 int IPC::IpcPrivate::peek(void* data, int size, int timeout_msec) {
-  const std::lock_guard<std::mutex> lock(read_mutex);
+  const MutexLock lock(read_mutex);
   if (!require_connection("read")) return 0;
   Transfer transfer{static_cast<char*>(data), size, timeout_msec, MSG_PEEK};
   while (transfer.remaining == size && read_step(transfer) == Step::kGoOn) {
@@ -262,7 +263,7 @@ void IPC::IpcPrivate::note_hangup(const char* operation, short revents) {
 }
 
 bool IPC::IpcPrivate::poll_in(int timeout_msec) {
-  const std::lock_guard<std::mutex> lock(read_mutex);
+  const MutexLock lock(read_mutex);
   return poll_in_locked(timeout_msec);
 }
 

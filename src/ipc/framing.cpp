@@ -62,11 +62,10 @@ int payload_size_of(const Container& data) {
 // The first place at which the id can begin, as far as these bytes tell: after all of them
 // at the latest.
 int first_candidate(const unsigned char* bytes, int count, const Id& id) {
-  int at = 0;
-  while (std::memcmp(bytes + at, id.data(), std::min<std::size_t>(id.size(), count - at)) != 0) {
-    ++at;
-  }
-  return at;
+  const unsigned char* const end = bytes + count;
+  const unsigned char* at = bytes;
+  while (!std::equal(at, std::min(at + id.size(), end), id.data())) ++at;
+  return static_cast<int>(at - bytes);
 }
 
 // Reads on from a header that does not begin with the id, to the end of the first header that
@@ -138,7 +137,8 @@ class BufferAdaptor : public GrowingBuffer {
   void* data() override { return container_.empty() ? nullptr : &container_[0]; }
   int grow(int filled, int size) override {
     const std::size_t earned = std::max(kUnseen, 2 * static_cast<std::size_t>(filled));
-    container_.resize(std::min<std::size_t>(size, std::max(earned, container_.capacity())), 0);
+    const std::size_t room = std::max(earned, container_.capacity());
+    container_.resize(std::min(room, static_cast<std::size_t>(size)), 0);
     return static_cast<int>(container_.size());
   }
 

@@ -2,14 +2,11 @@
 // What stands behind a channel: its socket, flags and locks.
 #pragma once
 
-#include <pthread.h>
-
 #include <atomic>
-#include <map>
-#include <mutex>
 
 #include <zedipc/ipc.h>
 
+#include "base/mutex.h"
 #include "ipc/sockaddr_text.h"
 #include "log/log.h"
 
@@ -22,7 +19,7 @@ inline constexpr char kIpcModule[] = "src/ipc.cpp";
 
 // The bits of IpcPrivate::cb_state.
 enum CallbackState : int {
-  CB_REGISTERED = 1,  // the channel has an entry in cb_map
+  CB_REGISTERED = 1,  // the dispatcher knows the channel
   CB_LOCKED = 2,      // the dispatcher leaves it alone: no socket yet, or its end was told
   CB_ARMED = 4,       // a call may be made: what the last one announced has been read
 };
@@ -44,17 +41,17 @@ class IPC::IpcPrivate {
 
   // Leaves the socket open: whoever owns the channel closes it first.
   virtual ~IpcPrivate() = default;
-  virtual bool write(const void* data, int size);
+  bool write(const void* data, int size);
   // `rearm` tells the dispatcher, on every way out, that what it announced was read.
-  virtual int read(void* data, int size, int timeout_msec, int next_timeout_msec, bool rearm);
+  int read(void* data, int size, int timeout_msec, int next_timeout_msec, bool rearm);
   // The same into a buffer that grows, with one timeout and with `rearm`.
   int read(GrowingBuffer& buffer, int size, int timeout_msec);
   // Shows what a read would take next, as far as it has come, and takes nothing. Waits and
   // fails as a read does; the result is 0 then.
   int peek(void* data, int size, int timeout_msec);
-  virtual bool poll_in(int timeout_msec);
+  bool poll_in(int timeout_msec);
   // Forgets the socket, without closing it, and all that belonged to it.
-  virtual void close();
+  void close();
 
   // Give the channel a new socket, when everything else about it, the addresses above all,
   // has been written: from here on other threads may use it. A dispatcher that knows the
@@ -68,47 +65,14 @@ class IPC::IpcPrivate {
   char local_addr[kSockaddrText] = "";
   std::atomic<int> fd{-1};
   std::atomic<bool> listener{false};
-  std::mutex read_mutex;   // one read or poll_in at a time, waits included
-  std::mutex write_mutex;  // one write at a time
+  Mutex read_mutex;   // one read or poll_in at a time, waits included
+  Mutex write_mutex;  // one write at a time
   std::atomic<int> cb_state{CB_LOCKED};
 
-  // ---- The dispatcher: the one thread that calls the callbacks of all channels. It
-  // lives while a channel has a callback, and holds cb_mutex whenever it does not
-  // sleep, also during callbacks. Lock order: cb_mutex, the lock of all closes, a
-  // channel's read_mutex, its write_mutex.
-
-  struct cb_thread_data {
-    ChannelCallback callback;
-    void* data;
-    IPC* ipc;
-  };
-
-  // Registers or replaces the channel's callback, or removes it; what set_callback does.
-  bool add_callback(IPC* ipc, ChannelCallback callback, void* data);
-  bool remove_callback(IPC* ipc);
-
-  // What a channel that was seen readable has for its callback.
-  enum class Input { kClosed, kNone, kUnread, kData, kEnd, kFailure };
-  // Finds it out, if the channel still has this socket. From kData, kEnd and kFailure
-  // on the channel is not watched until it is armed again, or connected again.
-  Input take_input(int watched_fd);
-
-  // Wakes the dispatcher, if there is one; with `wait` returns when it has been
-  // through a pass, so not to be called with `wait` on the dispatcher.
-  static void notify_cb_thread(bool wait);
-  static void cb_cleanup(IpcPrivate* channel);
-  static int callback_thread_create(unsigned long* thread, void* (*start)(void*), void* arg);
-  static void* cb_thread(void* unused);
-
-  // All under cb_mutex, but cb_handle, which changes under a lock of its own as well
-  // and which notify_cb_thread reads under that one alone.
-  static int cb_stacksize;            // in bytes; 0 or less means the system's default
-  static std::atomic<int> cb_handle;  // write end of the wake-up pipe; -1 without one
-  static pthread_mutex_t cb_mutex;    // recursive, for calls that callbacks make
-  static std::map<IpcPrivate*, cb_thread_data>* cb_map;  // the dispatcher's; null without one
-  static bool cb_thread_running;                         // a dispatcher exists or is being started
-  static pthread_cond_t cb_cond;                         // tells that cond_flag was set
-  static bool cond_flag;  // the dispatcher finished a pass since this was cleared
+  // Whether a channel that was seen readable has something for its callback, if it still has
+  // this socket. It is not watched then until it is armed again, and not before it is connected
+  // again if what it has is its end. The pointers are what the log shows of the callback.
+  bool take_input(int watched_fd, void* function, void* ipc);
 
  private:
   // A read that is under way.
@@ -116,10 +80,11 @@ class IPC::IpcPrivate {
   class Rearming;
   enum class Step { kGoOn, kEnd };
 
-  int read_locked(void* data, int size, int timeout_msec, int next_timeout_msec);
-  Step read_step(Transfer& transfer);
-  bool poll_in_locked(int timeout_msec);
-  bool await_input(int timeout_msec);
+  int read_locked(void* data, int size, int timeout_msec, int next_timeout_msec)
+      REQUIRES(read_mutex);
+  Step read_step(Transfer& transfer) REQUIRES(read_mutex);
+  bool poll_in_locked(int timeout_msec) REQUIRES(read_mutex);
+  bool await_input(int timeout_msec) REQUIRES(read_mutex);
   bool require_connection(const char* operation);
   bool require_buffer(const char* operation, const void* data, int size);
   void note_failure(const char* operation, const char* call, int problem);

@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 
@@ -20,32 +19,28 @@ namespace zedipc {
 
 class Pipe::PipePrivate : public IPC::IpcPrivate {
  public:
-  explicit PipePrivate(int argument) : pipe_arg(argument) {}
-
   // The socket file that this object has to remove. Of several threads that close the
   // listener only one takes it.
   void own_path(std::string name) {
-    const std::lock_guard<std::mutex> lock(path_mutex_);
+    const MutexLock lock(path_mutex_);
     path_.swap(name);
     owns_path_ = true;
   }
   std::string path() {
-    const std::lock_guard<std::mutex> lock(path_mutex_);
+    const MutexLock lock(path_mutex_);
     return path_;
   }
   bool take_path(std::string& name) {
-    const std::lock_guard<std::mutex> lock(path_mutex_);
+    const MutexLock lock(path_mutex_);
     name.swap(path_);
     path_.clear();
     return std::exchange(owns_path_, false);
   }
 
-  const int pipe_arg;  // kept for callers that pass one; nothing reads it
-
  private:
-  std::mutex path_mutex_;
-  std::string path_;
-  bool owns_path_ = false;  // the empty name is a name too
+  Mutex path_mutex_;
+  std::string path_ GUARDED_BY(path_mutex_);
+  bool owns_path_ GUARDED_BY(path_mutex_) = false;  // the empty name is a name too
 };
 
 namespace {
@@ -121,9 +116,9 @@ int make_socket(const char* operation) {
 
 }  // namespace
 
-Pipe::Pipe() : Pipe(0) {}
+Pipe::Pipe() : IPC(new PipePrivate) {}
 
-Pipe::Pipe(int argument) : IPC(new PipePrivate(argument)) {}
+Pipe::Pipe(int /*unused*/) : Pipe() {}
 
 Pipe::~Pipe() {
   const LogChannelScope scope(kLogIpc);

@@ -10,13 +10,13 @@
 #include <zedipc/ipc.h>
 
 #include <atomic>
-#include <filesystem>
+#include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <utility>
 
 #include "ipc/channels.h"
+#include "ipc/dispatcher.h"
 #include "ipc/inner_state.h"
 #include "support/background.h"
 #include "support/child.h"
@@ -25,8 +25,6 @@
 namespace zedipc::test {
 
 inline constexpr int kWatched = CB_REGISTERED | CB_ARMED;
-
-using Dispatcher = IPC::IpcPrivate;
 
 // The threads of a process that has made no other than the dispatcher.
 #if defined(__SANITIZE_THREAD__)
@@ -38,8 +36,8 @@ inline constexpr int kOwnThreads = 1;
 // While it lives the dispatcher sleeps in select, or does not exist.
 class DispatcherPause {
  public:
-  DispatcherPause() { pthread_mutex_lock(&Dispatcher::cb_mutex); }
-  ~DispatcherPause() { pthread_mutex_unlock(&Dispatcher::cb_mutex); }
+  DispatcherPause() { dispatcher->mutex.lock(); }
+  ~DispatcherPause() { dispatcher->mutex.unlock(); }
   DispatcherPause(const DispatcherPause&) = delete;
   DispatcherPause& operator=(const DispatcherPause&) = delete;
 };
@@ -95,18 +93,19 @@ inline void rearm(IPC& channel) {
 // change of a channel in, the second serves the channel.
 inline void settle() {
   const LogChannelScope scope(kLogIpc);
-  Dispatcher::notify_cb_thread(true);
-  Dispatcher::notify_cb_thread(true);
+  notify_cb_thread(true);
+  notify_cb_thread(true);
 }
 
 // Waits until the dispatcher's sleep has ended, and it waits for a lock of the test's.
 inline bool dispatcher_held_up() {
   return eventually([] {
-    if (pthread_mutex_trylock(&Dispatcher::cb_mutex) == 0) {
-      pthread_mutex_unlock(&Dispatcher::cb_mutex);
+    if (dispatcher->mutex.try_lock()) {
+      dispatcher->mutex.unlock();
       return false;
     }
-    return thread_blocks_in(Dispatcher::cb_mutex.__data.__owner, kInMutex);
+    const auto& mutex = reinterpret_cast<const pthread_mutex_t&>(dispatcher->mutex);
+    return thread_blocks_in(mutex.__data.__owner, kInMutex);
   });
 }
 
@@ -114,7 +113,7 @@ inline bool dispatcher_held_up() {
 // seen that there is something and has not looked closer.
 inline void take_under_a_pass(IPC& channel, const RawPeer& peer) {
   settle();
-  const std::lock_guard<std::mutex> reading(inner_state(channel).read_mutex);
+  const MutexLock reading(inner_state(channel).read_mutex);
   peer.send("x");
   EXPECT_TRUE(dispatcher_held_up());
   char byte;
@@ -129,29 +128,28 @@ inline int callback_state(IPC& channel) {
 // The number of registrations; -1 without a dispatcher.
 inline int registrations() {
   const DispatcherPause pause;
-  return Dispatcher::cb_map == nullptr ? -1 : static_cast<int>(Dispatcher::cb_map->size());
+  return dispatcher->running ? static_cast<int>(dispatcher->channels.size()) : -1;
 }
 
 // Expects that there is no dispatcher, and nothing left of one.
 inline void expect_no_dispatcher() {
   const DispatcherPause pause;
-  EXPECT_EQ(Dispatcher::cb_map, nullptr);
-  EXPECT_EQ(Dispatcher::cb_handle, -1);
-  EXPECT_FALSE(Dispatcher::cb_thread_running);
+  EXPECT_FALSE(dispatcher->running);
+  EXPECT_TRUE(dispatcher->channels.empty());
+  EXPECT_EQ(dispatcher->wake_fd, -1);
+  EXPECT_EQ(dispatcher->wake_end, -1);
 }
 
 // The end of the wake-up pipe that the dispatcher reads.
 inline int wake_up_end() {
-  const int handle = Dispatcher::cb_handle;
-  const std::string directory = "/proc/self/fd/";
-  const auto pipe = std::filesystem::read_symlink(directory + std::to_string(handle));
-  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-    std::error_code gone;
-    const int fd = std::stoi(entry.path().filename());
-    if (fd != handle && std::filesystem::read_symlink(entry.path(), gone) == pipe) return fd;
-  }
-  ADD_FAILURE() << "no other end of " << pipe;
-  return -1;
+  const DispatcherPause pause;
+  return dispatcher->wake_end;
+}
+
+// How many passes have ended.
+inline std::uint64_t passes() {
+  const MutexLock lock(dispatcher->wake_mutex);
+  return dispatcher->passes;
 }
 
 // A place where a callback waits until the test lets it go on.

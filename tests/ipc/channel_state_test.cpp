@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "ipc/channels.h"
 #include "ipc/ipc_private.h"
@@ -17,33 +15,14 @@ using namespace zedipc::test;
 
 namespace {
 
-// Tells what it is called with.
-class Recorder : public IPC::IpcPrivate {
+// Tells that it has gone.
+class Mortal : public IPC::IpcPrivate {
  public:
-  explicit Recorder(std::vector<std::string>& calls) : calls_(calls) {}
-  ~Recorder() override { calls_.push_back("destroyed"); }
-
-  bool write(const void* data, int size) override {
-    calls_.push_back("write " +
-                     std::string(static_cast<const char*>(data), static_cast<std::size_t>(size)));
-    return true;
-  }
-  int read(void*, int size, int timeout_msec, int next_timeout_msec, bool rearm) override {
-    calls_.push_back("read " + std::to_string(size) + " " + std::to_string(timeout_msec) + " " +
-                     std::to_string(next_timeout_msec) + (rearm ? " rearm" : ""));
-    return 4;
-  }
-  bool poll_in(int timeout_msec) override {
-    calls_.push_back("poll_in " + std::to_string(timeout_msec));
-    return true;
-  }
-  void close() override {
-    calls_.push_back("close");
-    IpcPrivate::close();
-  }
+  explicit Mortal(bool& gone) : gone_(gone) {}
+  ~Mortal() override { gone_ = true; }
 
  private:
-  std::vector<std::string>& calls_;
+  bool& gone_;
 };
 
 bool is_open(int fd) { return fcntl(fd, F_GETFD) != -1; }
@@ -113,9 +92,9 @@ TEST(ChannelState, IsUnlockedByASocketAndLockedByClose) {
 // ---- The plain channel
 
 TEST(Channel, OwnsItsState) {
-  std::vector<std::string> calls;
-  { IPC channel(new Recorder(calls)); }
-  EXPECT_EQ(calls, std::vector<std::string>{"destroyed"});
+  bool gone = false;
+  { const IPC channel(new Mortal(gone)); }
+  EXPECT_TRUE(gone);
 }
 
 TEST(Channel, MayHaveNoState) {
@@ -135,31 +114,8 @@ TEST(Channel, DoesNotCloseWhenDestroyedAsTheBaseClass) {
 }
 
 TEST(Channel, AcceptsNobodyAsTheBaseClass) {
-  std::vector<std::string> calls;
-  IPC channel(new Recorder(calls));
+  IPC channel(new IPC::IpcPrivate);
   EXPECT_EQ(channel.accept(-1), nullptr);
-  EXPECT_EQ(calls, std::vector<std::string>{});
-}
-
-TEST(Channel, PassesOperationsToItsState) {
-  std::vector<std::string> calls;
-  {
-    IPC channel(new Recorder(calls));
-    char data[8];
-    EXPECT_TRUE(channel.write("abc", 3));
-    EXPECT_EQ(channel.read(data, 8, 20, 30), 4);
-    EXPECT_TRUE(channel.poll_in(40));
-  }
-  EXPECT_EQ(calls, (std::vector<std::string>{"write abc", "read 8 20 30 rearm", "poll_in 40",
-                                             "destroyed"}));
-}
-
-TEST(Channel, ReadsWithOneTimeoutAsWithTwoEqualOnes) {
-  std::vector<std::string> calls;
-  IPC channel(new Recorder(calls));
-  char data[8];
-  EXPECT_EQ(channel.read(data, 8, 50), 4);
-  EXPECT_EQ(calls, std::vector<std::string>{"read 8 50 50 rearm"});
 }
 
 TEST(Channel, ShowsTheFlagsOfItsState) {
@@ -187,27 +143,25 @@ TEST(Channel, ShowsTheAddressFieldsThemselves) {
 // ---- IPC::close
 
 TEST(Close, HasTheStateForgetTheSocketAfterClosingIt) {
-  std::vector<std::string> calls;
-  auto* const state = new Recorder(calls);
+  auto* const state = new IPC::IpcPrivate;
   IPC channel(state);
   const int fd = dup(STDIN_FILENO);
   state->fd = fd;
+  state->error_flag = true;
   channel.close();
-  EXPECT_EQ(calls, std::vector<std::string>{"close"});
   EXPECT_FALSE(is_open(fd));
   EXPECT_EQ(channel.getFD(), -1);
+  EXPECT_FALSE(channel.error());
 }
 
 TEST(Close, WithoutASocketDoesNothing) {
-  std::vector<std::string> calls;
-  auto* const state = new Recorder(calls);
+  auto* const state = new IPC::IpcPrivate;
   IPC channel(state);
   state->eof_flag = true;
   state->error_flag = true;
   state->cb_state = 0;
   std::strcpy(state->remote_addr, "remote");
   channel.close();
-  EXPECT_EQ(calls, std::vector<std::string>{});
   EXPECT_TRUE(channel.eof());
   EXPECT_TRUE(channel.error());
   EXPECT_EQ(state->cb_state, 0);

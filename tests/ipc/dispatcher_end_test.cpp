@@ -5,7 +5,6 @@
 #include <zedipc/tcp.h>
 
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "ipc/callbacks.h"
@@ -227,7 +226,7 @@ TEST(ClosedChannel, IsNotCalledByAPassThatSawItsInput) {
   ASSERT_TRUE(callback.set_on(adopted.channel));
   settle();
   auto pause = std::make_unique<DispatcherPause>();
-  std::unique_lock<std::mutex> reading(inner_state(adopted.channel).read_mutex);
+  auto reading = std::make_unique<MutexLock>(inner_state(adopted.channel).read_mutex);
   Task closing([&] {
     adopted.channel.close();
     return 0;
@@ -235,7 +234,7 @@ TEST(ClosedChannel, IsNotCalledByAPassThatSawItsInput) {
   EXPECT_TRUE(closing.blocked());  // first in the row for the lock
   pause.reset();
   EXPECT_TRUE(dispatcher_held_up());
-  reading.unlock();
+  reading.reset();
   EXPECT_EQ(closing.result(), 0);
   settle();
   EXPECT_EQ(callback.calls(), 0);
@@ -257,8 +256,8 @@ TEST(ClosedChannel, CanBeClosedInItsCallback) {
 TEST(ClosedChannel, IsNotTouchedWhileItGetsASocketOfTheSameNumber) {
   Listening listening;
   const RawPeer peer = RawPeer::connect("127.0.0.1", port_in(listening.channel.local_addr()));
-  Dispatcher& state = inner_state(listening.channel);
-  EXPECT_EQ(state.take_input(listening.channel.getFD()), Dispatcher::Input::kClosed);
+  IPC::IpcPrivate& state = inner_state(listening.channel);
+  EXPECT_FALSE(state.take_input(listening.channel.getFD(), nullptr, nullptr));
   EXPECT_FALSE(listening.channel.error());
 }
 

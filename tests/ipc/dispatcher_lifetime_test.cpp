@@ -69,7 +69,7 @@ void expect_stack(std::size_t expected) {
 
 int configured_stack() {
   const DispatcherPause pause;
-  return Dispatcher::cb_stacksize;
+  return dispatcher->stack_size;
 }
 
 int stack_configured_by(int size) {
@@ -87,9 +87,9 @@ TEST(DispatcherThread, ComesWithTheFirstCallback) {
   ASSERT_TRUE(callback.set_on(channel));
   EXPECT_EQ(thread_count(), kOwnThreads + 1);
   const DispatcherPause pause;
-  EXPECT_TRUE(Dispatcher::cb_thread_running);
-  EXPECT_NE(Dispatcher::cb_handle, -1);
-  EXPECT_EQ(Dispatcher::cb_map->size(), 1U);
+  EXPECT_TRUE(dispatcher->running);
+  EXPECT_NE(dispatcher->wake_fd, -1);
+  EXPECT_EQ(dispatcher->channels.size(), 1U);
 }
 
 TEST(DispatcherThread, RecordsTheRegistration) {
@@ -97,7 +97,7 @@ TEST(DispatcherThread, RecordsTheRegistration) {
   TCP channel;
   ASSERT_TRUE(callback.set_on(channel));
   const DispatcherPause pause;
-  const auto& entry = Dispatcher::cb_map->at(&inner_state(channel));
+  const auto& entry = dispatcher->channels.at(&inner_state(channel));
   EXPECT_EQ(reinterpret_cast<void*>(entry.callback), Callback::function());
   EXPECT_EQ(entry.data, &callback);
   EXPECT_EQ(entry.ipc, &channel);
@@ -159,7 +159,7 @@ TEST(DispatcherThread, HasAPipeThatClosesOnExecAndDoesNotBlock) {
   Callback callback;
   TCP channel;
   ASSERT_TRUE(callback.set_on(channel));
-  for (const int fd : {wake_up_end(), Dispatcher::cb_handle.load()}) {
+  for (const int fd : {wake_up_end(), dispatcher->wake_fd.load()}) {
     EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
     EXPECT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
   }

@@ -5,11 +5,11 @@
 #include <zedipc/tcp.h>
 
 #include <functional>
-#include <mutex>
 #include <vector>
 
 #include "ipc/callbacks.h"
 #include "ipc/endpoints.h"
+#include "ipc/stopwatch.h"
 #include "support/background.h"
 
 using namespace zedipc;
@@ -22,13 +22,9 @@ constexpr int kWaiting = CB_REGISTERED | CB_LOCKED | CB_ARMED;
 // Whether the dispatcher has made a whole pass when `change` returns.
 bool waits_for_a_pass(const std::function<void()>& change) {
   settle();
-  {
-    const DispatcherPause pause;
-    Dispatcher::cond_flag = false;
-  }
+  const std::uint64_t before = passes();
   change();
-  const DispatcherPause pause;
-  return Dispatcher::cond_flag;
+  return passes() > before;
 }
 
 }  // namespace
@@ -125,6 +121,24 @@ TEST(SetCallback, WaitsForAPass) {
   EXPECT_TRUE(waits_for_a_pass([&] { callback.set_on(adopted.channel); }));
 }
 
+TEST(SetCallback, IsNotHeldUpByAChannelThatAlwaysHasInput) {
+  Callback busy([](IPC& channel) {
+    pause(1);
+    rearm(channel);
+  });
+  Adopted always;
+  always.peer.send("x");
+  ASSERT_TRUE(busy.set_on(always.channel));
+  Callback callback;
+  Adopted adopted;
+  for (int i = 0; i < 50; ++i) {
+    const std::uint64_t before = passes();
+    ASSERT_TRUE(callback.set_on(adopted.channel));
+    // The one that runs, one that takes the turn before this call asks for it, and its own.
+    EXPECT_LE(passes() - before, 4U);
+  }
+}
+
 TEST(SetCallback, HasTheChannelWatchedWhenItReturns) {
   Callback callback;
   Adopted adopted;
@@ -159,6 +173,67 @@ TEST(Connect, WithACallbackWaitsForAPass) {
   Pipe channel;
   ASSERT_TRUE(callback.set_on(channel));
   EXPECT_TRUE(waits_for_a_pass([&] { channel.connect(listening.name.c_str()); }));
+}
+
+// ---- In a callback
+
+TEST(InACallback, ACallbackCanBeSet) {
+  Callback second;
+  Adopted other;
+  Callback first([&](IPC& channel) {
+    EXPECT_TRUE(second.set_on(other.channel));
+    EXPECT_TRUE(second.set_on(channel));
+  });
+  Adopted adopted;
+  ASSERT_TRUE(first.set_on(adopted.channel));
+  adopted.peer.send("x");
+  other.peer.send("x");
+  EXPECT_TRUE(second.called(2)) << "of the other channel and, in the place of the first, of this";
+  settle();
+  EXPECT_EQ(first.calls(), 1);
+  EXPECT_EQ(registrations(), 2);
+}
+
+TEST(InACallback, TheChannelCanBeConnectedAgain) {
+  ListeningPipe listening;
+  std::string received;
+  Callback callback([&](IPC& channel) {
+    if (channel.eof()) {
+      rearm(channel);
+      EXPECT_TRUE(dynamic_cast<Pipe&>(channel).connect(listening.name.c_str()));
+    } else {
+      received += take(channel, 1);
+    }
+  });
+  Pipe channel;
+  ASSERT_TRUE(callback.set_on(channel));
+  ASSERT_TRUE(channel.connect(listening.name.c_str()));
+  for (int i = 1; i <= 3; ++i) {
+    const Session session(listening.channel.accept(10000));
+    ASSERT_NE(session, nullptr);
+    ASSERT_TRUE(session->write("x", 1));
+    ASSERT_TRUE(callback.called(2 * i - 1));
+  }
+  ASSERT_TRUE(callback.called(6));
+  settle();
+  const DispatcherPause pause;
+  EXPECT_EQ(received, "xxx");
+}
+
+TEST(InACallback, ASocketCanBeAdopted) {
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  const RawPeer peer(ends[1]);
+  Callback callback([&](IPC& channel) {
+    rearm(channel);
+    if (channel.eof()) dynamic_cast<TCP&>(channel).setFD(ends[0]);
+  });
+  Adopted adopted;
+  ASSERT_TRUE(callback.set_on(adopted.channel));
+  adopted.peer.close();
+  ASSERT_TRUE(callback.called());
+  peer.send("x");
+  EXPECT_TRUE(callback.called(2));
 }
 
 // ---- Replacing
@@ -234,7 +309,7 @@ TEST(SeveralChannels, WaitForAReadThatBlocksOnAWatchedOne) {
   ASSERT_TRUE(callback.set_on(adopted.channel));
   {
     // What a read holds while it waits.
-    const std::lock_guard<std::mutex> reading(inner_state(adopted.channel).read_mutex);
+    const MutexLock reading(inner_state(adopted.channel).read_mutex);
     adopted.peer.send("x");
     EXPECT_TRUE(dispatcher_held_up());
     EXPECT_EQ(callback.calls(), 0);

@@ -81,35 +81,23 @@ TEST(FailedStart, WithoutDescriptors) {
 TEST(FailedStart, DestroysTheAttributesThatItHad) {
   using Fail = void (*)(int count);
   IPC::set_callback_stacksize(1 << 20);
+  Callback callback;
+  TCP channel;
   for (const Fail fail : {fail_detached, fail_stack_sizes, fail_threads}) {
     const int before = destroyed_attributes();
     fail(1);
-    pthread_t thread{};
-    EXPECT_NE(Dispatcher::callback_thread_create(&thread, Dispatcher::cb_thread, nullptr), 0);
+    EXPECT_FALSE(callback.set_on(channel));
     EXPECT_EQ(destroyed_attributes(), before + 1);
   }
 }
 
 TEST(FailedStart, DestroysNoAttributesThatItDidNotGet) {
+  Callback callback;
+  TCP channel;
   const int before = destroyed_attributes();
   fail_attributes(1);
-  pthread_t thread{};
-  EXPECT_EQ(Dispatcher::callback_thread_create(&thread, Dispatcher::cb_thread, nullptr), ENOMEM);
+  EXPECT_FALSE(callback.set_on(channel));
   EXPECT_EQ(destroyed_attributes(), before);
-}
-
-TEST(FailedStart, GivesTheErrorOfItsStep) {
-  IPC::set_callback_stacksize(1 << 20);
-  pthread_t thread{};
-  const auto create = [&] {
-    return Dispatcher::callback_thread_create(&thread, Dispatcher::cb_thread, nullptr);
-  };
-  fail_detached(1);
-  EXPECT_EQ(create(), EINVAL);
-  fail_stack_sizes(1);
-  EXPECT_EQ(create(), EINVAL);
-  fail_threads(1);
-  EXPECT_EQ(create(), EAGAIN);
 }
 
 TEST(FailedStart, AsksForNoStackSizeWhereItIsTheDefault) {
@@ -200,7 +188,7 @@ TEST(WakeUp, IsWrittenAgainAfterASignal) {
   Callback callback;
   Adopted adopted;
   ASSERT_TRUE(callback.set_on(adopted.channel));
-  interrupt_writes(Dispatcher::cb_handle, 3);
+  interrupt_writes(dispatcher->wake_fd, 3);
   settle();
   EXPECT_EQ(interruptions_left(), 0);
 }
@@ -227,9 +215,9 @@ TEST(WakeUp, DoesNotBlockAReadWhenThePipeIsFull) {
 // ---- Select
 
 TEST(Select, InterruptedByASignalIsCalledAgain) {
-  pthread_t dispatcher{};
+  pthread_t thread{};
   Callback callback([&](IPC& channel) {
-    dispatcher = pthread_self();
+    thread = pthread_self();
     take(channel, 1);
   });
   Adopted adopted;
@@ -240,15 +228,11 @@ TEST(Select, InterruptedByASignalIsCalledAgain) {
   struct sigaction action {};
   action.sa_handler = [](int) {};
   ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
-  {
-    const DispatcherPause pause;
-    Dispatcher::cond_flag = false;
-  }
+  const std::uint64_t before = passes();
   // A signal that comes before the dispatcher is in select does not count.
   EXPECT_TRUE(eventually([&] {
-    EXPECT_EQ(pthread_kill(dispatcher, SIGUSR1), 0);
-    const DispatcherPause pause;
-    return Dispatcher::cond_flag;
+    EXPECT_EQ(pthread_kill(thread, SIGUSR1), 0);
+    return passes() > before;
   })) << "a pass";
   EXPECT_EQ(callback.calls(), 1);
   adopted.peer.send("x");

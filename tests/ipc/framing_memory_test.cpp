@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
 
+#include <array>
 #include <string>
 #include <thread>
 #include <vector>
@@ -202,9 +203,10 @@ TEST(LargePayload, WakesTheDispatcherOnceAtItsEnd) {
   Adopted watched;
   ASSERT_TRUE(callback.set_on(watched.channel));
   settle();
+  std::array<Adopted, 2> channels;
   const DispatcherPause pause;
   for (const bool whole : {true, false}) {
-    Adopted adopted;
+    Adopted& adopted = channels[whole ? 1 : 0];
     std::string bytes = frame(kId, 7, large_payload());
     if (!whole) bytes.resize(200000);
     std::thread peer([&] {
