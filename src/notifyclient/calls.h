@@ -34,20 +34,25 @@ class CallHold {
 template <typename Record>
 using Holds = std::vector<std::pair<CallHold, const Record*>>;
 
-// One hold for each of the records that `wanted` gives true for, in their order.
+// One hold for each record of a table that `wanted` gives true for, in their order.
 template <typename Record, typename Predicate>
-Holds<Record> hold_calls(const Table<Record>& table, Predicate wanted) REQUIRES(table_lock) {
-  Holds<Record> holds;
-  // No hold may end under the lock, as it would if there were no memory for the next.
+Holds<Record> hold_calls(const Table<Record> ClientState::*table, Predicate wanted) {
   const auto is_wanted = [&](const std::shared_ptr<Record>& record) { return wanted(*record); };
-  holds.reserve(static_cast<std::size_t>(std::count_if(table.begin(), table.end(), is_wanted)));
-  for (const std::shared_ptr<Record>& record : table) {
+  Holds<Record> holds;
+  const MutexLock lock(table_lock);
+  const Table<Record>& records = client.*table;
+  // No hold may end under the lock, as it would if there were no memory for the next.
+  holds.reserve(static_cast<std::size_t>(std::count_if(records.begin(), records.end(), is_wanted)));
+  for (const std::shared_ptr<Record>& record : records) {
     if (is_wanted(record)) holds.emplace_back(CallHold(record), record.get());
   }
   return holds;
 }
 
-constexpr auto all_records = [](const CallbackRecord&) { return true; };
+template <typename Record>
+Holds<Record> hold_all_calls(const Table<Record> ClientState::*table) {
+  return hold_calls(table, [](const Record&) { return true; });
+}
 
 // The record that this thread is a call of; null if it is none.
 extern thread_local const CallbackRecord* own_call;

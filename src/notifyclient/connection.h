@@ -63,9 +63,9 @@ bool register_client(Connection* connection, const std::string& to, const std::s
 bool unregister_client(Connection* connection, const std::string& to,
                        const std::string& notification);
 
-// Handles what the server sends, to the end of the connection, and frees it. False if it was
-// given up before it came into use: whoever made it frees it then. See reader.cpp.
-bool serve_connection(Connection* connection);
+// Handles what the server sends, to the end of the connection. False if it was given up before
+// it came into use. See reader.cpp.
+bool serve_connection(Connection& connection);
 
 // The thread function of a connection's reader.
 void* reader_thread(void* connection);

@@ -27,15 +27,10 @@ void* callback_thread(void* parameters) {
 
 }  // namespace
 
-void async_cb(CBParameters* parameters) {
-  std::unique_ptr<CBParameters> owner(parameters);
-  if (parameters == nullptr) {
-    ZEDIPC_CLIENT_LOG(kLogError, "async_cb(): error, no CBParameters\n");
-    return;
-  }
-  const ThreadStart start = start_thread(callback_thread, parameters);
+void async_cb(std::unique_ptr<CBParameters> parameters) {
+  const ThreadStart start = start_thread(callback_thread, parameters.get());
   if (start.error == 0) {
-    static_cast<void>(owner.release());  // the thread frees it
+    static_cast<void>(parameters.release());  // the thread frees it
     return;
   }
   ZEDIPC_CLIENT_LOG(kLogError, "async_cb(): %s() failed with error=%d\n", start.call, start.error);
@@ -43,13 +38,15 @@ void async_cb(CBParameters* parameters) {
 
 void start_invocation(CallHold hold, NotificationCallback callback, const Headline& headline,
                       JSObject parameter) {
-  async_cb(new CBParameters{std::move(hold), callback, nullptr, headline.from, headline.to,
-                            headline.notification, std::move(parameter), headline.flags});
+  async_cb(std::unique_ptr<CBParameters>(
+      new CBParameters{std::move(hold), callback, nullptr, headline.from, headline.to,
+                       headline.notification, std::move(parameter), headline.flags}));
 }
 
 void start_invocation(CallHold hold, ObserverCallback observer, const Headline& headline) {
-  async_cb(new CBParameters{std::move(hold), nullptr, observer, headline.from, headline.to,
-                            headline.notification, JSObject(), headline.flags});
+  async_cb(std::unique_ptr<CBParameters>(
+      new CBParameters{std::move(hold), nullptr, observer, headline.from, headline.to,
+                       headline.notification, JSObject(), headline.flags}));
 }
 
 }  // namespace zedipc

@@ -2,6 +2,7 @@
 // One call of a callback, on a thread of its own.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include <zedipc/jsobject.h>
@@ -28,7 +29,7 @@ struct CBParameters {
 
 // Starts the thread, and hands the block over to it. If there can be no thread the call is
 // lost, and the block freed.
-void async_cb(CBParameters* parameters);
+void async_cb(std::unique_ptr<CBParameters> parameters);
 
 // Starts the call that `hold` stands for, of a record with this callback, with copies of
 // everything but the parameter, which it takes: whoever has no more use for it gives it

@@ -19,12 +19,7 @@ namespace {
 // nobody for. A broadcast has no such error.
 void report_unicast_error(const Headline& headline, const JSObject& parameter) {
   if (headline.to == kToAll) return;
-  Holds<UnicastErrorRecord> receivers;
-  {
-    const MutexLock lock(table_lock);
-    receivers = hold_calls(client.unicast_error_table, all_records);
-  }
-  for (auto& [hold, record] : receivers) {
+  for (auto& [hold, record] : hold_all_calls(&ClientState::unicast_error_table)) {
     ZEDIPC_CLIENT_LOG(kLogNote,
                       "ipcNotify(): invoke unicast error callback (cb=%p, data=%p) for "
                       "notification '%s' to '%s'\n",

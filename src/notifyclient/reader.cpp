@@ -63,14 +63,14 @@ std::shared_ptr<NotificationRecord> find_best(const Headline& in) REQUIRES(table
 }
 
 Receivers find_receivers(const Headline& in) {
-  const MutexLock lock(table_lock);
   if (in.to == kToAll) {
-    return hold_calls(client.notification_table, [&](const NotificationRecord& record) {
+    return hold_calls(&ClientState::notification_table, [&](const NotificationRecord& record) {
       return record.notification == in.notification;
     });
   }
   Receivers receivers;
   receivers.reserve(1);
+  const MutexLock lock(table_lock);
   if (const auto best = find_best(in)) receivers.emplace_back(CallHold(best), best.get());
   return receivers;
 }
@@ -107,11 +107,7 @@ void handle_notification(Connection& connection, Message& message) {
 }
 
 void handle_unicast_error(Connection& connection, Message& message) {
-  Holds<UnicastErrorRecord> receivers;
-  {
-    const MutexLock lock(table_lock);
-    receivers = hold_calls(client.unicast_error_table, all_records);
-  }
+  auto receivers = hold_all_calls(&ClientState::unicast_error_table);
   if (receivers.empty()) {
     ZEDIPC_CLIENT_LOG(kLogWarning,
                       "reader_thread(): ipc=%p received unicast error for notification '%s', but "
@@ -127,11 +123,7 @@ void handle_unicast_error(Connection& connection, Message& message) {
 }
 
 void handle_observation(Message& message) {
-  Holds<ObserverRecord> observers;
-  {
-    const MutexLock lock(table_lock);
-    observers = hold_calls(client.observer_table, all_records);
-  }
+  auto observers = hold_all_calls(&ClientState::observer_table);
   if (observers.empty()) return;  // the last one went while this was on its way
   const Headline in = message.headline();
   for (auto& [hold, record] : observers) invoke("observer", std::move(hold), *record, in);
@@ -175,8 +167,8 @@ void tear_down(Connection& connection) {
     client.server_ipc.store(nullptr, std::memory_order_release);
   }
   // Under the lock, without which no other connection can be used: the server is not to
-  // have two of one client. To free the channel may take as long as a channel callback.
-  shut_down(connection.channel);
+  // have two of one client.
+  connection.channel.close();
   client.send_lock.unlock();
   const MutexLock lock(table_lock);
   connection.returns.await_end();
@@ -205,25 +197,27 @@ void reconnect() {
 
 }  // namespace
 
-bool serve_connection(Connection* connection) {
+bool serve_connection(Connection& connection) {
   std::string text;
   int msg_tag = 0;
-  while (connection->channel.read_msg(NOTIFY_FRAME_ID, msg_tag, text, NOTIFY_MAX_MSG, -1)) {
-    handle_text(*connection, text);
-    release_when_idle(connection->channel, text);
+  while (connection.channel.read_msg(NOTIFY_FRAME_ID, msg_tag, text, NOTIFY_MAX_MSG, -1)) {
+    handle_text(connection, text);
+    release_when_idle(connection.channel, text);
   }
   release_large(text);
-  if (!await_use(*connection)) return false;
-  tear_down(*connection);
-  delete connection;
+  if (!await_use(connection)) return false;
+  tear_down(connection);
   return true;
 }
 
 // Every reader has a connection of its own. One of those that lost theirs stays until a new
 // one stands.
-void* reader_thread(void* connection) {
+void* reader_thread(void* argument) {
   const LogChannelScope scope(kLogNotifyClient);
-  if (serve_connection(static_cast<Connection*>(connection)) && become_reconnector()) reconnect();
+  auto* const connection = static_cast<Connection*>(argument);
+  if (!serve_connection(*connection)) return nullptr;
+  if (become_reconnector()) reconnect();
+  delete connection;  // which may take as long as a channel callback runs
   return nullptr;
 }
 

@@ -223,7 +223,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::string sent;
   auto* const channel = new PlayedChannel(ends[0], "127.0.0.1:5899");
   channel->record_to(&sent);
-  Connection* const connection = use(channel);
+  const std::unique_ptr<Connection> connection(use(channel));
   Totals totals;
   register_all(options, totals);
   sent.clear();
@@ -231,7 +231,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (options.server_gone) channel->record_to(nullptr);
   peer.close();
   const LogChannelScope scope(kLogNotifyClient);
-  require(serve_connection(connection), "the connection was in use");
+  require(serve_connection(*connection), "the connection was in use");
   require(client.server_ipc == nullptr, "a connection that has ended is gone");
   unregister_all();
 

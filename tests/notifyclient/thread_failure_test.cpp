@@ -70,15 +70,6 @@ TEST(Invocation, WithoutAttributesIsLostAlone) {
             Lines{"NFYCL:error|async_cb(): pthread_attr_init() failed with error=12"});
 }
 
-TEST(Invocation, WithoutABlockIsLogged) {
-  const ChildResult result = run_in_child(kAllLevels, [] {
-    const LogChannelScope scope(kLogNotifyClient);
-    async_cb(nullptr);
-  });
-  EXPECT_EQ(result.status, 0) << result.out;
-  EXPECT_EQ(client_log(result.err), Lines{"NFYCL:error|async_cb(): error, no CBParameters"});
-}
-
 TEST(Invocation, WithoutAThreadReleasesItsRecord) {
   const ChildResult result = run_in_child({}, [] {
     const auto record = make_record(do_nothing, nullptr);
