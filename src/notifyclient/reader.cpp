@@ -153,21 +153,25 @@ bool await_use(Connection& connection) {
   return false;
 }
 
-// Nobody writes on the connection any more when this returns.
+// Calls that begin from now on find no connection.
+void forget_connection() {
+  const MutexLock lock(table_lock);
+  client.server_ipc.store(nullptr, std::memory_order_release);
+}
+
+// Nobody writes on the connection any more when this returns. It has ended by the time that
+// another one can be written to, so that the server never has two of one client.
 void tear_down(Connection& connection) {
-  if (!client.send_lock.try_lock()) {
+  if (client.send_lock.try_lock()) {
+    forget_connection();
+  } else {
     shut_down(connection.channel);  // under whoever is blocked in a write
+    forget_connection();            // ahead of the lock, for which others may be queueing too
     client.send_lock.lock();
   }
   ZEDIPC_CLIENT_LOG(kLogError, "reader_thread(): read_msg() on ipc=%p failed (%s), terminate.\n",
                     static_cast<void*>(&connection.channel),
                     connection.channel.eof() ? "EOF" : "ERROR");
-  {
-    const MutexLock lock(table_lock);
-    client.server_ipc.store(nullptr, std::memory_order_release);
-  }
-  // Under the lock, without which no other connection can be used: the server is not to
-  // have two of one client.
   connection.channel.close();
   client.send_lock.unlock();
   const MutexLock lock(table_lock);
