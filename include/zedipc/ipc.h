@@ -51,8 +51,8 @@ class ZEDIPC_EXPORT IPC {
     virtual ~IpcBuffer();
     /// Makes the buffer empty.
     virtual void clear() = 0;
-    /// Makes the buffer exactly `size` bytes long, new bytes being 0. It is
-    /// called with a size within the reader's limit only.
+    /// Makes the buffer exactly `size` bytes long, new bytes being 0. Called once
+    /// for a frame, before its payload comes, with a size within the reader's limit.
     virtual void resize(int size) = 0;
     /// The first byte; null if the buffer is empty.
     virtual void* data() = 0;
@@ -79,8 +79,8 @@ class ZEDIPC_EXPORT IPC {
 
   /// Closes the socket and clears the flags and addresses. Reads and writes that
   /// other threads are blocked in have ended when it returns; an `accept` ends
-  /// soon after. Does nothing without a socket. A callback stays, and is called
-  /// again when the channel has a new connection.
+  /// soon after. Does nothing without a socket. A callback stays set; what it
+  /// takes to be called for a later connection stands at `set_callback`.
   virtual void close();
 
   /// Writes all of `size` bytes. Blocks without limit while the peer does not
@@ -139,6 +139,12 @@ class ZEDIPC_EXPORT IPC {
   /// set. A channel may be given its callback before it connects. One that
   /// listens never has it called.
   ///
+  /// A callback stays with a channel that is closed and connected again, but a
+  /// channel that is left alone when its connection ends is still left alone on
+  /// the next one. That is so after the last call as well, unless somebody has
+  /// read since. So set the callback again after each `connect` or `setFD`: then
+  /// it is called, whatever happened before.
+  ///
   /// Threads: one thread of the library, which exists while any channel has a
   /// callback, calls the callbacks of all channels, one at a time. A callback that
   /// takes long delays all others, and so does a `read` of another thread that
@@ -146,11 +152,11 @@ class ZEDIPC_EXPORT IPC {
   ///
   /// Blocks until that thread has taken the change in, which includes the end of a
   /// callback that is running: after a removal the callback will not be called any
-  /// more and the channel may be deleted. In a callback a removal, of any
-  /// channel's callback, returns at once. A callback may delete its own channel,
-  /// or another. It must not set a callback, must not `connect` or `setFD` a
-  /// channel that has one, and must not wait for a thread that does any of this:
-  /// such a call never returns.
+  /// more and the channel may be deleted. In a callback it returns at once, for any
+  /// channel, and so do `connect` and `setFD` when they have the socket. A callback
+  /// may delete its own channel, or another. It must not wait for another thread that
+  /// sets or removes a callback, or that connects or deletes a channel: such a
+  /// thread waits for the callback to end.
   ///
   /// A channel with a callback needs a descriptor below 1024 (FD_SETSIZE of
   /// select(2)), and so does the library's own pipe; otherwise the process is
@@ -178,8 +184,9 @@ class ZEDIPC_EXPORT IPC {
   /// @param msg_tag receives the frame's tag; untouched if the header fails
   /// @param buffer receives the payload; empty if the header fails, at the
   ///   payload's length but only partly filled if the payload is cut short
-  /// @param size_limit the longest payload to accept, in bytes: what a peer can make
-  ///   this process allocate
+  /// @param size_limit the longest payload to accept, in bytes. A peer that announces
+  ///   so much makes this process allocate it; a string or vector gets 64 KiB at first,
+  ///   and the rest as the payload comes, or when it is cut short.
   /// @param timeout_msec the wait for the first bytes, in milliseconds
   /// @return true for a whole message. After false, `eof()` and `error()` tell
   ///   the end of the stream from a timeout or a refused frame.
@@ -199,7 +206,8 @@ class ZEDIPC_EXPORT IPC {
   /// The socket, which stays the channel's; -1 if there is none.
   int getFD() const;
 
-  /// The library's name, version and build date as one text that lives for ever.
+  /// The library's name and version as one text that lives for ever. The date in it
+  /// is a part of that text, and not the date of this build.
   static const char* getVersion();
   /// The package's version, as a text that lives for ever.
   static const char* ipc_GetVersion();

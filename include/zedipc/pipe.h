@@ -39,8 +39,7 @@ class ZEDIPC_EXPORT Pipe : public IPC {
   bool listen(const char* name);
 
   /// Connects to a listener, closing what this object was before. Blocks while
-  /// the listener's backlog is full. Not to be called from a channel callback if
-  /// this channel has one.
+  /// the listener's backlog is full.
   /// @param name the path, at most 107 bytes
   /// @return false if the name is bad or nobody listens there
   bool connect(const char* name);

@@ -38,8 +38,7 @@ class ZEDIPC_EXPORT TCP : public IPC {
 
   /// Connects, closing what this object was before. Tries each address that
   /// the name has, in the system's order, and blocks besides as long as the
-  /// system takes to look a name up. Not to be called from a channel callback if
-  /// this channel has one.
+  /// system takes to look a name up.
   /// @param host an address or name; with `port` 0 it carries the port, as in
   ///   "host:1234" or "[::1]:1234". An IPv6 address may stand in brackets.
   /// @param port the port, 0 to take it from `host`
@@ -57,8 +56,7 @@ class ZEDIPC_EXPORT TCP : public IPC {
 
   /// Adopts a connected socket made elsewhere, closing what this object was
   /// before. From now on the channel owns it. Sets no option on it, and the
-  /// addresses stay empty. Not to be called from a channel callback if this
-  /// channel has one.
+  /// addresses stay empty.
   /// @param fd the socket's descriptor; it is not checked
   /// @return true
   bool setFD(int fd);

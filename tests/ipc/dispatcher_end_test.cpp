@@ -62,6 +62,16 @@ struct Flagged {
   Adopted adopted;
 };
 
+// Expects a call for the new connection of a channel whose callback is set again.
+void expect_call_when_set_again(Flagged& flagged) {
+  flagged.connect_again();
+  ASSERT_TRUE(flagged.callback.set_on(flagged.channel()));
+  EXPECT_EQ(flagged.state(), kWatched);
+  const int before = flagged.callback.calls();
+  flagged.adopted.peer.send("a");
+  EXPECT_EQ(flagged.flags_after(before + 1), "");
+}
+
 }  // namespace
 
 TEST(EndOfStream, CausesOneLastCall) {
@@ -305,6 +315,37 @@ TEST(ReconnectedChannel, IsDisabledWhenItWasDisabled) {
   EXPECT_EQ(flagged.state(), CB_REGISTERED);
   EXPECT_TRUE(flagged.callback.set_on(flagged.channel()));
   EXPECT_EQ(flagged.state(), kWatched);
+}
+
+TEST(ReconnectedChannel, WithItsCallbackSetAgainIsWatchedWhenItWasWatched) {
+  Flagged flagged;
+  expect_call_when_set_again(flagged);
+}
+
+TEST(ReconnectedChannel, WithItsCallbackSetAgainIsWatchedWhenItWasDisabled) {
+  Flagged flagged;
+  flagged.adopted.peer.send("a");
+  ASSERT_TRUE(flagged.callback.called());
+  expect_call_when_set_again(flagged);
+}
+
+TEST(ReconnectedChannel, WithItsCallbackSetAgainIsWatchedWhenItsEndWasTold) {
+  Flagged flagged;
+  flagged.end();
+  expect_call_when_set_again(flagged);
+}
+
+TEST(ReconnectedChannel, WithItsCallbackSetAgainIsWatchedWhenItsEndWasToldAndRead) {
+  Flagged flagged(true);
+  flagged.end();
+  expect_call_when_set_again(flagged);
+}
+
+TEST(ReconnectedChannel, WithItsCallbackRemovedAndSetIsWatched) {
+  Flagged flagged;
+  flagged.end();
+  EXPECT_TRUE(remove_callback(flagged.channel()));
+  expect_call_when_set_again(flagged);
 }
 
 TEST(ReconnectedChannel, TellsItsNewEnd) {
