@@ -18,7 +18,7 @@ def output(*command):
 
 
 def field(path, key):
-    """The value behind a key of a file such as /proc/cpuinfo."""
+    """The value of a key of a file such as /proc/cpuinfo."""
     try:
         with open(path, encoding="utf-8") as lines:
             for line in lines:

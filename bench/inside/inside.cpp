@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-// The C library's own functions behind the names that are taken here.
+// The C library's own functions, whose names are taken here.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
@@ -14,12 +14,12 @@ void* __libc_memalign(std::size_t alignment, std::size_t size);
 
 namespace {
 
-// The model keeps the counting from allocating.
+// The initial-exec model keeps the counting from allocating.
 thread_local long count __attribute__((tls_model("initial-exec"))) = 0;
 
 }  // namespace
 
-// operator new ends up here too, that of the shared libraries included.
+// operator new comes here too, also that of the shared libraries.
 extern "C" void* malloc(std::size_t size) {
   ++count;
   return __libc_malloc(size);

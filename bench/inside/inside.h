@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the programs share. Each benchmark is named WORK/SUBJECT: one piece of work is
-// done by the library, by a floor and perhaps by peers, and only figures of the same
-// work are compared.
+// What the programs share. Each benchmark is named WORK/SUBJECT: the library, a floor and
+// perhaps peers do the same work, and only figures of the same work are compared.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -12,11 +11,11 @@
 // Each program registers its benchmarks here.
 void register_benchmarks();
 
-// Says what is wrong and ends the program unless `right`: what gives wrong results is
-// not measured.
+// Unless `right`, says what is wrong and ends the program: nobody wants the speed of wrong
+// results.
 void require(bool right, const std::string& what);
 
-// Allocations of this thread since it began, by whatever way they were made.
+// All allocations of this thread since it began.
 long allocations();
 
 // Measures `step`, with the number of its allocations beside the time.
@@ -29,7 +28,7 @@ void measure(benchmark::State& state, const Step& step) {
   for (auto _ : state) step();
 }
 
-// Registers `function`, which is called with the state.
+// Registers `function`, which gets the state.
 template <typename Function>
 void add_benchmark(const std::string& work, const std::string& subject, Function function) {
   benchmark::RegisterBenchmark((work + "/" + subject).c_str(), std::move(function));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A message for the log that nobody wants to read. The floor looks at a channel and a
-// mask in the cheapest way, in a function that is not inlined.
+// A log message that is masked out. The floor tests a channel and a mask in the cheapest
+// way, in a function that is not inlined.
 #include "log/log.h"
 
 #include <cstdio>

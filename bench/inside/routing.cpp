@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Who of many receivers gets a notification: each has a name and a notification of its
-// own, on a session of its own, and the last one is meant. What is sent is thrown away.
-// The floor goes through a bare table.
+// Who of many receivers gets a notification: each has its own name, notification and
+// session, and the last one is addressed. What is sent is thrown away. The floor searches a
+// bare table.
 #include "notifyserver/routing.h"
 
 #include <memory>

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Whether a notification may cross the machine's border: it matches the last of some
-// rules. The floor compares in the same order with a recursive matcher, which knows the
-// star alone.
+// Whether a notification may cross the machine's border: it matches the last of some rules.
+// The floor compares in the same order, with a recursive matcher that knows only the star.
 #include "notifyserver/rules.h"
 
 #include <vector>

@@ -20,7 +20,7 @@ constexpr char kPath[] = "/paper";
 constexpr char kInterface[] = "bench.paper";
 constexpr char kMember[] = "out";
 
-// Everybody may do everything, and nothing is too large or too much for it.
+// Everybody may do everything, without limits.
 std::string configuration(const std::string& socket) {
   return R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">

@@ -39,7 +39,7 @@ void require(int result, const char* what) {
 
 const char* topic(const Work& work) { return work.kind == Kind::kBroadcast ? kAll : kOne; }
 
-// What a client's callbacks tell.
+// What a client's callbacks report.
 struct Events {
   Board* board;
   bool connected;

@@ -108,7 +108,7 @@ nng_socket make_publisher(int peers) {
   return socket;
 }
 
-// The publisher listens when all are ready, so that it is waited for.
+// The publisher listens once all are ready, so this waits for it.
 nng_socket make_subscriber(Board& board) {
   const nng_socket socket = open(nng_sub0_open);
   require(nng_socket_set(socket, NNG_OPT_SUB_SUBSCRIBE, "", 0), "subscribing");

@@ -121,7 +121,7 @@ class ZeroMQ : public Subject {
     if (work.kind != Kind::kBroadcast) {
       return std::make_unique<Pusher>(make_connected(ZMQ_PUSH, tcp_address()), work.size);
     }
-    // A PUB that hears of its subscribers.
+    // An XPUB is told of its subscribers.
     void* const socket = make_bound(ZMQ_XPUB, tcp_address());
     const int each = 1;
     zmq_setsockopt(socket, ZMQ_XPUB_VERBOSE, &each, sizeof each);

@@ -305,7 +305,8 @@ int ipcRegisterUnicastError(UnicastErrorCallback cb, void* data) {
     const MutexLock lock(table_lock);
     there = is_registered(client.unicast_error_table, cb, data);
     if (!there) {
-      client.unicast_error_table.emplace_back(new UnicastErrorRecord{{data}, cb});
+      client.unicast_error_table.push_back(
+          std::shared_ptr<UnicastErrorRecord>(new UnicastErrorRecord{{data}, cb}));
     }
   }
   ZEDIPC_CLIENT_LOG(there ? kLogNote : kLogInfo,

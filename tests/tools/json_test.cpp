@@ -26,7 +26,7 @@ std::string name_of(const testing::TestParamInfo<Broken>& info) { return info.pa
 
 const char kCutOff[] = "the JSON value is cut off here\n";
 const char kCannotGoOn[] = "the JSON value cannot go on like this\n";
-const char kFollowed[] = "a JSON value ends ahead of this, and nothing may follow it\n";
+const char kFollowed[] = "a JSON value ends before this, and nothing may follow it\n";
 const char kNoValue[] = "no JSON value begins like this (a text needs quotes)\n";
 
 }  // namespace

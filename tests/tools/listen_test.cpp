@@ -22,7 +22,7 @@ int send(Arguments arguments) {
   return run(arguments).status;
 }
 
-// The end of the first line, behind the time.
+// The end of the first line, after the time.
 std::string without_time(const std::string& line) {
   EXPECT_EQ(line.substr(2, 1) + line.substr(5, 1) + line.substr(8, 1) + line.substr(12, 1), "::. ");
   return line.substr(13);

@@ -77,7 +77,7 @@ TEST(Rules, SaysWhichLineHasTooFewPatterns) {
   const Checked result("in * *\n");
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, "zedipc: " + result.path +
-                            ":1: a rule has three patterns behind 'in' or 'out', for the sender, "
+                            ":1: a rule has three patterns after 'in' or 'out', for the sender, "
                             "the receiver and the notification; here are 2\n");
 }
 
@@ -102,7 +102,7 @@ TEST(Rules, WarnsOfARuleThatMatchesNothing) {
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err, "zedipc: " + result.path +
                             ":1: the rule matches nothing: 'c\\' ends in a backslash, which needs "
-                            "a byte behind it\n");
+                            "a byte after it\n");
 }
 
 TEST(Rules, TakesAPatternToEndAtAZeroByteAsTheServerDoes) {

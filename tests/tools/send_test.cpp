@@ -139,11 +139,11 @@ TEST(Send, RefusesAParameterThatIsCutOff) {
   EXPECT_TRUE(receiver.peer().silent(100));
 }
 
-TEST(Send, RefusesAParameterWithSomethingBehindIt) {
+TEST(Send, RefusesAParameterWithSomethingAfterIt) {
   const Result result = run({"send", "display", "n", "-"}, "{}\n{}");
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err,
-            "zedipc: standard input:2:1: a JSON value ends ahead of this, and nothing may follow "
+            "zedipc: standard input:2:1: a JSON value ends before this, and nothing may follow "
             "it\n  {}\n  ^\n");
 }
 

@@ -81,7 +81,7 @@ bool covers_loopback(const std::string& address) {
          address == mapped + loopback || address == mapped + none;
 }
 
-// The command line, without what could upset a terminal.
+// The command line, made harmless for a terminal.
 std::string command_of(const fs::path& process) {
   std::ostringstream text;
   text << std::ifstream(process / "cmdline").rdbuf();

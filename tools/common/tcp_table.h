@@ -36,13 +36,12 @@ bool listens(pid_t pid);
 // it has none.
 std::uint16_t client_port(pid_t pid);
 
-// The server's end of the connection that comes from this port, if the server, a
-// process, has accepted it and not closed it yet.
+// The server's end of the connection from this port, if the server process has accepted it
+// and not yet closed it.
 std::optional<TcpSocket> session(pid_t server, std::uint16_t client_port);
 
-// Who keeps others from opening the port on 127.0.0.1, or on all addresses at once, in
-// words, as in "process 1234 (server rules.txt)"; "" if no such process or socket is to
-// be seen.
+// Who keeps others from opening the port on 127.0.0.1, or on all addresses, as in "process
+// 1234 (server rules.txt)"; "" if none can be seen.
 std::string describe_port_owner(bool any_address = false);
 
 }  // namespace common

@@ -6,9 +6,9 @@
 --
 -- Wireshark loads it from its folder of personal Lua plugins (Help, About, Folders).
 --
--- It finds frames as the library's reader does: byte by byte, and anew behind the header of
--- a frame that is refused. Only time it does not know: a reader gives up a frame whose next
--- byte does not come for 10 seconds, and this dissector waits for that byte.
+-- It finds frames as the library's reader does: byte by byte, and again after the header of
+-- a frame that is refused. But it knows no time: the reader gives up a frame whose next byte
+-- takes 10 seconds, and this dissector waits for that byte.
 
 local PORT = 5899
 local ID = "\0NFY"
@@ -21,7 +21,7 @@ local protocol = Proto("zedipc", "zedipc notification service")
 local fields = {
   id = ProtoField.uint32("zedipc.id", "Id", base.HEX),
   length = ProtoField.int32("zedipc.length", "Length", base.DEC, nil, nil,
-    "The number of bytes behind this word"),
+    "The number of bytes after this word"),
   tag = ProtoField.int32("zedipc.tag", "Tag"),
   text = ProtoField.string("zedipc.text", "Text", base.UNICODE, "The message as it travels"),
   skipped = ProtoField.bytes("zedipc.skipped", "Skipped", base.SPACE,
@@ -82,7 +82,7 @@ local function unescape(text)
   end))
 end
 
--- The position behind the string whose opening quote stands at `at`; nil if it does not end.
+-- The position after the string whose opening quote stands at `at`; nil if it does not end.
 local function string_end(text, at)
   at = at + 1
   while at <= #text do
@@ -92,7 +92,7 @@ local function string_end(text, at)
   end
 end
 
--- The position behind the object or array that begins at `at`; nil if it does not end.
+-- The position after the object or array that begins at `at`; nil if it does not end.
 local function container_end(text, at)
   local depth = 0
   while at and at <= #text do
@@ -123,12 +123,12 @@ local function members_of(text)
   while at do
     at = text:match("^%s*,?%s*()", at)
     if text:sub(at, at) ~= '"' then break end
-    local behind_key = string_end(text, at)
-    local first = behind_key and text:match("^%s*:%s*()", behind_key)
-    local behind = first and value_end(text, first)
-    if not behind then break end
-    members[#members + 1] = { unescape(text:sub(at + 1, behind_key - 2)), first, behind - 1 }
-    at = behind
+    local after_key = string_end(text, at)
+    local first = after_key and text:match("^%s*:%s*()", after_key)
+    local after = first and value_end(text, first)
+    if not after then break end
+    members[#members + 1] = { unescape(text:sub(at + 1, after_key - 2)), first, after - 1 }
+    at = after
   end
   return members
 end
@@ -235,7 +235,7 @@ local function ask_for_more(pinfo, at, missing)
 end
 
 function protocol.dissector(buffer, pinfo, tree)
-  -- Of a packet that was captured in part the frames' borders are unknown.
+  -- The frames' borders in a packet that was captured in part are unknown.
   if buffer:len() < buffer:reported_len() then return 0 end
   pinfo.cols.protocol = "zedipc"
   local bytes = buffer:raw()

@@ -19,8 +19,8 @@ namespace command {
 
 namespace {
 
-// What the arguments say: the command that was asked for, with its options, and the
-// server's host if they name one.
+// What the arguments ask for: a command with its options, and the server's host if they
+// name one.
 struct Request {
   std::function<int()> command;
   std::string server;
@@ -28,7 +28,7 @@ struct Request {
 
 constexpr int kLongestWait = std::numeric_limits<int>::max();
 
-// Without the description that would stand in the help beside the option's own.
+// Without a description: the help would show it beside the option's own.
 template <typename Number>
 CLI::Validator range(Number from, Number to) {
   return CLI::Range(from, to).description("");
@@ -42,7 +42,7 @@ CLI::Validator not_empty() {
   return {[](const std::string& text) { return text.empty() ? "must not be empty" : ""; }, "", ""};
 }
 
-// What stands for other receivers is no name of one.
+// What stands for several receivers is not a name.
 CLI::Validator receivers_name() {
   return {[](const std::string& text) {
             const bool wrong = text.empty() || text == "*" || text == "1";
@@ -51,7 +51,7 @@ CLI::Validator receivers_name() {
           "", ""};
 }
 
-// Adds a subcommand, and has it chosen where it is named.
+// Adds a subcommand, which the request takes if the arguments name it.
 template <typename Options>
 CLI::App* add(CLI::App& app, Request& request, const std::string& name, const std::string& help,
               const std::shared_ptr<Options>& options, int (*command)(const Options&)) {
@@ -97,7 +97,7 @@ void add_serve(CLI::App& app, Request& request) {
       "  zedipc serve --rules /etc/zedipc/rules");
 }
 
-// With --broadcast or --any there is no TO, and what stands there is the notification.
+// With --broadcast or --any there is no TO: the first word is the notification.
 void shift_words(SendOptions& options, std::size_t words, bool broadcast, bool any) {
   options.parameter = words > 2;
   if (broadcast || any) {
@@ -146,7 +146,7 @@ void add_send(CLI::App& app, Request& request) {
       ->type_name("MS")
       ->capture_default_str();
   sub->add_option("--wait", options->wait,
-                  "Wait that long for the word that nobody takes it, which is status 1 then")
+                  "Wait that long for the news that nobody takes it, which gives status 1")
       ->check(milliseconds())
       ->excludes(broadcast)
       ->type_name("MS");
@@ -170,7 +170,7 @@ void add_send(CLI::App& app, Request& request) {
 void add_listen(CLI::App& app, Request& request) {
   const auto options = std::make_shared<ListenOptions>();
   CLI::App* const sub = app.add_subcommand("listen", "Show the notifications that come for a name");
-  // Not an option with many values, which would take "[a,b]" for two of them.
+  // An option with many values would split "[a,b]" in two.
   sub->add_option("NOTIFICATION", options->notifications.emplace_back(), "The notifications' names")
       ->required()
       ->check(not_empty())
@@ -246,7 +246,7 @@ void add_top(CLI::App& app, Request& request) {
 void add_ping(CLI::App& app, Request& request) {
   const auto options = std::make_shared<PingOptions>();
   CLI::App* const sub =
-      add(app, request, "ping", "Measure the way of a notification through the server and back",
+      add(app, request, "ping", "Measure how long a notification takes to the server and back",
           options, ping);
   sub->add_option("--count", options->count, "End after that many")
       ->check(range(0, kLongestWait))
@@ -265,7 +265,7 @@ void add_ping(CLI::App& app, Request& request) {
 void add_rules(CLI::App& app, Request& request) {
   const auto options = std::make_shared<RulesOptions>();
   CLI::App* const sub =
-      add(app, request, "rules", "Check a rule file, and tell what it admits", options, rules);
+      add(app, request, "rules", "Check a rule file, and say what it admits", options, rules);
   sub->add_option("FILE", options->file, "The rule file")
       ->required()
       ->check(not_empty())

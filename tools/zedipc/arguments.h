@@ -4,8 +4,8 @@
 
 namespace command {
 
-// Reads the arguments, sets NOTIFY_SERVER if they name a server, and runs the command;
-// gives the exit status. Throws what the commands throw.
+// Reads the arguments, sets NOTIFY_SERVER if they name a server, and runs the command.
+// Returns the exit status. Throws what the commands throw.
 int run(int argc, char** argv);
 
 }  // namespace command

@@ -20,10 +20,10 @@ namespace command {
 namespace {
 
 constexpr char kHandled[] = "zedipc.handled";
-// An answer can be lost with the server that owes it; a new one is asked again.
+// An answer is lost with a server that ends; the next server is asked again.
 constexpr std::chrono::seconds kBetweenQuestions{1};
 
-// Questions are numbered, since a callback can come late.
+// Questions are numbered, since an answer can come late.
 class Answer {
  public:
   Answer() { zedipc::ipcRegisterUnicastError(on_refusal, this); }

@@ -11,10 +11,10 @@ namespace command {
 // The host that the library looks for the server on.
 std::string server_host();
 
-// Throws Failure if a call of the library gave a result other than kNotifyDone.
+// Throws Failure unless the result is kNotifyDone.
 void check(int result);
 
-// What a call's result means, in words for the user.
+// What the result of a call means, in words for the user.
 std::string reason(int result);
 
 // A name that no other process uses, as in "zedipc.ping.1234".
@@ -25,9 +25,9 @@ std::string private_name(const std::string& command);
 // and a notification that nobody can take comes back.
 void wait_for_server(std::chrono::milliseconds patience = std::chrono::seconds(10));
 
-// The library says once in each process that there is no log library. Somebody who has
-// not asked for a log is not to see that. To be called ahead of all other calls, and
-// while there is one thread.
+// The library says once in each process that there is no log library; this hides it from
+// those who have not asked for a log. Call it before all else of the library, while there
+// is one thread.
 void silence_log_notice();
 
 }  // namespace command

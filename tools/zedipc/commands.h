@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The commands, and what can be asked of each. All give the exit status, and throw Failure
-// with the reason where they cannot do what they were asked for.
+// The commands and their options. Each returns the exit status, and throws Failure with the
+// reason if it cannot do its work.
 #pragma once
 
 #include <string>

@@ -23,7 +23,7 @@ namespace {
 
 constexpr char kPrefix[] = "ZEDIPC_";
 
-// A file in memory, since a pipe would have to be written to while the command runs.
+// A file in memory: a pipe would have to be fed while the command runs.
 class Input {
  public:
   explicit Input(const std::string& text) : fd_(memfd_create("parameter", MFD_CLOEXEC)) {
@@ -44,7 +44,7 @@ class Input {
   int fd_;
 };
 
-// What posix_spawn is told besides the command.
+// What posix_spawn needs besides the command.
 class SpawnSettings {
  public:
   explicit SpawnSettings(int input) {
@@ -68,7 +68,7 @@ class SpawnSettings {
   posix_spawnattr_t attributes{};
 };
 
-// "NAME=VALUE"; a zero byte, which would end the value, is shown as an escape.
+// "NAME=VALUE"; a zero byte would end the value, so it becomes an escape.
 std::string variable(const std::string& name, const std::string& value) {
   std::string text = kPrefix + name + "=";
   for (const char byte : value) {

@@ -9,16 +9,15 @@
 
 namespace command {
 
-// The notification's fields are in the environment of the command, as ZEDIPC_FROM,
-// ZEDIPC_TO, ZEDIPC_NOTIFICATION and ZEDIPC_FLAGS; the parameter is JSON on its standard
-// input. Nothing of a notification becomes a part of the command line.
+// The command finds the notification's fields in its environment, as ZEDIPC_FROM,
+// ZEDIPC_TO, ZEDIPC_NOTIFICATION and ZEDIPC_FLAGS, and the parameter as JSON on standard
+// input. No part of a notification gets into the command line.
 class Execution {
  public:
-  // Without a shell the command is words with blanks between them, and nothing in it has
-  // a special meaning.
+  // Without a shell the command is split at blanks, and no character is special.
   Execution(const std::string& command, bool shell);
 
-  // Runs it, and waits for its end; says how it failed, if it did. Throws Failure if it
+  // Runs it, waits for its end, and says how it failed if it did. Throws Failure if it
   // cannot be started.
   void run(const Message& message) const;
 

@@ -38,7 +38,7 @@ extern "C" void note_signal(int /*signal*/) {
 int milliseconds_until(Clock::time_point until) {
   using Milliseconds = std::chrono::milliseconds;
   if (until == Clock::time_point::max()) return -1;
-  // Rounded up: what is a moment too early would be waited for in vain.
+  // Rounded up, so that poll() does not return a moment too early.
   const auto left = std::chrono::duration_cast<Milliseconds>(until - Clock::now()).count() + 1;
   return static_cast<int>(std::clamp<std::int64_t>(left, 0, std::numeric_limits<int>::max()));
 }
@@ -138,7 +138,7 @@ std::optional<Message> Inbox::wait(Clock::time_point until) {
     if (asked_to_end()) return std::nullopt;
     if (auto message = take()) return message;
     if (woken_.exchange(false)) return std::nullopt;
-    // Of output there is no event of interest: what is asked for is POLLERR or POLLHUP.
+    // Output needs no event: POLLERR and POLLHUP come unasked.
     pollfd waited[] = {{wake_fd_, POLLIN, 0},
                        {watches_output_ ? STDOUT_FILENO : -1, 0, 0},
                        {watches_input_ ? STDIN_FILENO : -1, POLLIN, 0}};

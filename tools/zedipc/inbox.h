@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Where the library's callbacks, which run on threads of their own, leave what has come,
-// and where the command waits for it, for Ctrl-C and for the end of its reader.
+// Where the library's callbacks, on their own threads, leave what arrives, and where the
+// command waits for it, for Ctrl-C and for the end of its reader.
 #pragma once
 
 #include <zedipc/jsobject.h>
@@ -16,7 +16,7 @@ namespace command {
 
 using Clock = std::chrono::steady_clock;
 
-// A notification that has come.
+// A notification that has arrived.
 struct Message {
   std::string from;
   std::string to;
@@ -31,8 +31,8 @@ struct Message {
 
 class Inbox {
  public:
-  // The one inbox of the process. Callbacks may run until the process ends, and so it is
-  // never destroyed.
+  // The only inbox of the process. It is never destroyed, since callbacks may run until the
+  // process ends.
   static Inbox& instance();
 
   // Callbacks of the library; `data` is the inbox.
@@ -45,28 +45,28 @@ class Inbox {
   static void on_delivery(void* data, const std::string& from, const std::string& to,
                           const std::string& notification, unsigned int flags);
 
-  // From now on SIGINT, SIGTERM and SIGHUP end the waiting instead of the process; a
-  // second one ends the process. Calls of the library go on waiting then, and making a
-  // connection can take minutes.
+  // From now on SIGINT, SIGTERM and SIGHUP end the wait instead of the process; a second
+  // one ends the process. Calls of the library keep waiting, and connecting can take
+  // minutes.
   void catch_signals() const;
 
-  // The next message; none after `until`, once the command is asked to end, after wake(),
-  // and when there is input that is watched for. Throws OutputClosed when the reader of standard
-  // output has gone.
+  // The next message. None after `until`, once the command is asked to end, after wake(),
+  // and when input arrives that is watched for. Throws OutputClosed when the reader of
+  // standard output has gone.
   std::optional<Message> wait(Clock::time_point until);
 
   // Whether a signal has asked the command to end.
   static bool asked_to_end();
 
-  // From now on the end of the reader of standard output ends nothing.
+  // From now on the command outlives the reader of standard output.
   void ignore_output() { watches_output_ = false; }
 
-  // Whether input on standard input, or its end, ends the waiting too.
+  // Whether standard input ends the wait too, by input or by its end.
   void watch_input(bool watch) { watches_input_ = watch; }
-  // Whether standard input can be read without waiting.
+  // Whether standard input can be read without a wait.
   static bool has_input();
 
-  // Has wait() return.
+  // Ends the wait.
   void wake();
 
  private:

@@ -17,9 +17,9 @@ namespace {
 
 using zedipc::JSObject;
 
-constexpr std::size_t kShown = 60;  // bytes of a line ahead of the place, and behind it
+constexpr std::size_t kShown = 60;  // bytes of a line before the place, and after it
 
-// What stands open at the end of the beginning of a text.
+// What a beginning of a text leaves open.
 struct Open {
   bool in_string = false;
   std::string closers;  // the brackets that close it
@@ -54,9 +54,9 @@ bool is_whole_value(const std::string& text) {
   return length > 0 && static_cast<std::size_t>(length) == text.size();
 }
 
-// Whether there is an ending with which this beginning of a text is a value. The library
-// says that a text is broken, but not where, and it alone knows how tolerant it is: so it
-// is asked about each ending that a beginning can need.
+// Whether some ending makes a value of this beginning of a text. The library says that a
+// text is broken, but not where, and it alone knows what it tolerates: so it is asked about
+// each ending that a beginning can need.
 bool can_be_completed(const std::string& beginning) {
   const Open open = open_at_end(beginning);
   const auto completes = [&](const char* ending) {
@@ -70,8 +70,8 @@ bool can_be_completed(const std::string& beginning) {
   return std::any_of(endings.begin(), endings.end(), completes);
 }
 
-// Where a broken text stops making sense: behind its longest beginning that can be
-// completed. A beginning of such a beginning can be completed too.
+// Where a broken text stops making sense: after its longest beginning that can be
+// completed. Shorter ones can be completed too.
 std::size_t place_of_error(const std::string& text) {
   std::size_t good = 0;
   std::size_t bad = text.size() + 1;
@@ -82,10 +82,10 @@ std::size_t place_of_error(const std::string& text) {
   return good;
 }
 
-// Where a text is from: the first line's number there is 1 more than `lines_ahead`.
+// Where a text is from, and how many lines precede it there.
 struct Source {
   std::string name;
-  unsigned long lines_ahead = 0;
+  unsigned long lines_before = 0;
 };
 
 // "name:LINE:COLUMN: reason", the line, and a caret under the place.
@@ -94,13 +94,13 @@ Failure error_at(const std::string& text, std::size_t place, const Source& sourc
   const std::size_t line_begin = place == 0 ? 0 : text.rfind('\n', place - 1) + 1;
   const std::size_t line_end = std::min(text.find('\n', place), text.size());
   const auto before_place = std::count(text.begin(), text.begin() + static_cast<long>(place), '\n');
-  const unsigned long number = 1 + source.lines_ahead + static_cast<unsigned long>(before_place);
-  const std::size_t ahead = std::min(place - line_begin, kShown);
-  const std::size_t behind = std::min(line_end - place, kShown);
-  const std::string before =
-      (ahead < place - line_begin ? "..." : "") + printable(text.substr(place - ahead, ahead));
+  const unsigned long number = 1 + source.lines_before + static_cast<unsigned long>(before_place);
+  const std::size_t size_before = std::min(place - line_begin, kShown);
+  const std::size_t size_after = std::min(line_end - place, kShown);
+  const std::string before = (size_before < place - line_begin ? "..." : "") +
+                             printable(text.substr(place - size_before, size_before));
   const std::string after =
-      printable(text.substr(place, behind)) + (behind < line_end - place ? "..." : "");
+      printable(text.substr(place, size_after)) + (size_after < line_end - place ? "..." : "");
   return Failure(source.name + ":" + std::to_string(number) + ":" +
                  std::to_string(place - line_begin + 1) + ": " + reason + "\n  " + before + after +
                  "\n  " + std::string(width(before), ' ') + "^");
@@ -124,13 +124,13 @@ JSObject read_json(const std::string& text, const std::string& name, unsigned lo
     }
     throw error_at(text, place, source,
                    none ? "no JSON value begins like this (a text needs quotes)"
-                        : "a JSON value ends ahead of this, and nothing may follow it");
+                        : "a JSON value ends before this, and nothing may follow it");
   }
   const std::size_t place = length < 0 ? place_of_error(text) : text.size();
   if (place < text.size()) {
     throw error_at(text, place, source, "the JSON value cannot go on like this");
   }
-  // Shown behind what is there: a file's last line end would have it in an empty line.
+  // Shown right after the text: the end of a file's last line would put it on an empty one.
   throw error_at(text, text.find_last_not_of(kBlanks) + 1, source,
                  "the JSON value is cut off here");
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// JSON texts that people have typed, or have in files.
+// JSON that people type, or have in files.
 #pragma once
 
 #include <zedipc/jsobject.h>
@@ -8,9 +8,9 @@
 
 namespace command {
 
-// Reads a text that is to be one value and nothing else, as tolerantly as the library
-// does. Throws Failure that shows the place where the text stops making sense; `name`
-// tells where the text is from, and `line`, if it is not 0, that it is only that line of it.
+// Reads a text that must hold one value and nothing else, as tolerantly as the library
+// does. Throws Failure that shows where the text stops making sense. `name` says where the
+// text is from, and a `line` other than 0 that it is only that line of it.
 zedipc::JSObject read_json(const std::string& text, const std::string& name,
                            unsigned long line = 0);
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
-// Single keys that are typed on the terminal.
+// Keys typed on the terminal, one at a time.
 #pragma once
 
 #include <termios.h>
 
 namespace command {
 
-// While it exists, keys come one by one, and are not shown. It does nothing unless standard
-// input is a terminal, and this process the one in its foreground.
+// While it exists, each key arrives at once and is not echoed. It does nothing unless
+// standard input is a terminal with this process in the foreground.
 class Keys {
  public:
   Keys();
@@ -17,7 +17,7 @@ class Keys {
 
   // Whether keys can come.
   [[nodiscard]] bool active() const { return active_; }
-  // Whether the key is among those that have been typed since the last call.
+  // Whether the key has been typed since the last call.
   bool typed(char key);
 
  private:

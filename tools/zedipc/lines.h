@@ -16,8 +16,8 @@ class Lines {
 
   // Waits for more of the input, and reads it; false at its end. Throws Failure.
   bool read();
-  // The next line of what has been read; none if there is no whole one. The last one of the
-  // input needs no end.
+  // The next line that has been read to its end, if there is one. The input's last line
+  // needs no end.
   std::optional<Line> next();
 
  private:

@@ -22,7 +22,7 @@ namespace command {
 
 namespace {
 
-constexpr std::size_t kMostKept = 256 * 1024;
+constexpr std::size_t kMostKept = std::size_t{256} * 1024;
 constexpr std::chrono::seconds kForTheRest{1};
 
 bool log_is_wanted() {
@@ -35,7 +35,7 @@ bool can_keep_waiting(int fd) {
   return S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode) || isatty(fd) == 1;
 }
 
-// Lines that have come, and wait for the reader.
+// Lines that wait for the reader.
 class Backlog {
  public:
   void add(const char* text, std::size_t size) {
@@ -48,7 +48,7 @@ class Backlog {
     }
   }
 
-  // Takes also what is no line yet.
+  // Takes what there is of a line for a whole one.
   void finish_line() {
     if (text_.size() + line_.size() > kMostKept) {
       ++lost_;
@@ -59,7 +59,7 @@ class Backlog {
     line_.clear();
   }
 
-  // A pipe that can be written to at all takes that much.
+  // A pipe that poll() calls writable takes that much.
   void write_some(int fd) {
     const ssize_t count = write(fd, text_.data(), std::min<std::size_t>(text_.size(), PIPE_BUF));
     if (count > 0) {
@@ -85,14 +85,14 @@ class Backlog {
   unsigned long lost_ = 0;
 };
 
-// Until the end is asked for and all has been passed on.
+// Returns when it is asked to end and has passed on everything.
 void relay(int from, int to, int end) {
   Backlog backlog;
   char chunk[65536];
   for (bool ending = false;;) {
     pollfd waited[] = {
         {from, POLLIN, 0}, {backlog.empty() ? -1 : to, POLLOUT, 0}, {ending ? -1 : end, POLLIN, 0}};
-    // Nothing more comes than what is there now.
+    // At the end it takes what is there, and waits for no more.
     if (poll(waited, 3, ending && backlog.empty() ? 0 : -1) == 0) return;
     if (waited[0].revents != 0) {
       const ssize_t count = read(from, chunk, sizeof chunk);
@@ -127,7 +127,7 @@ LogRelay::LogRelay() {
   close(ends[1]);
 }
 
-// The descriptors stay open: the thread may go on using them, and the process ends anyway.
+// The descriptors stay open: the thread may still use them, and the process is ending.
 LogRelay::~LogRelay() {
   if (!passed_on_.valid()) return;
   const std::uint64_t one = 1;

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The library's log, which goes to standard error, for a server that must not wait for
-// whoever reads it.
+// Keeps a server from waiting for whoever reads its log.
 #pragma once
 
 #include <future>
@@ -8,19 +7,17 @@
 
 namespace command {
 
-// While it exists, what is written to standard error goes into a pipe, and a thread passes
-// it on at its reader's pace. Of lines that the reader leaves lying, as many are kept as
-// fit into 256 KiB; of those that do not fit, their number appears in their place. If the
-// process crashes, its last words may be lost.
+// While it exists, standard error is a pipe, and a thread passes on what is written there
+// as fast as its reader takes it. It keeps up to 256 KiB of lines that nobody has read,
+// drops further ones, and says in their place how many. A crash may lose the last lines.
 //
-// It does nothing unless a log is asked for, and standard error is something that can keep
-// a writer waiting.
+// It does nothing if no log is asked for, or if writing to standard error cannot block.
 class LogRelay {
  public:
   // Throws Failure.
   LogRelay();
-  // Passes on what is left, for a second at most, and gives standard error back. If the
-  // reader leaves it lying even then, it is dropped, like all that is still written.
+  // Passes on the rest, for a second at most, and restores standard error. What the reader
+  // has not taken by then is dropped, and so is all that follows.
   ~LogRelay();
   LogRelay(const LogRelay&) = delete;
   LogRelay& operator=(const LogRelay&) = delete;

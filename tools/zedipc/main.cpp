@@ -11,7 +11,7 @@
 
 namespace {
 
-// A connection is not to get the number of a standard stream that is closed.
+// Keeps connections from getting the number of a standard stream that is closed.
 void open_standard_streams() {
   int fd = 0;
   do {

@@ -8,18 +8,18 @@
 
 namespace command {
 
-// The exit status of every command.
+// The exit statuses of all commands.
 constexpr int kDone = 0;
 constexpr int kFailed = 1;
 constexpr int kUsage = 2;
 
-// Why a command cannot do what it was asked for, in words for its user.
+// Why a command failed, in words for its user.
 class Failure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// The reader of standard output has gone, which ends a command without a word.
+// The reader of standard output has gone, which ends a command silently.
 class OutputClosed : public std::exception {};
 
 enum class Colour { kPlain, kBold, kGrey, kRed, kGreen, kYellow, kCyan };

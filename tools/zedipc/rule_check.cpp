@@ -30,13 +30,13 @@ std::string what_is_wrong(const std::vector<std::string>& words) {
   if (words.size() > kWords && words[kWords][0] == '#') {
     return "a comment needs a line of its own";
   }
-  return "a rule has three patterns behind 'in' or 'out', for the sender, the receiver and the "
+  return "a rule has three patterns after 'in' or 'out', for the sender, the receiver and the "
          "notification; here are " +
          std::to_string(words.empty() ? 0 : words.size() - 1);
 }
 
-// Whether the last backslash has nothing behind it to take, so that nothing matches. A
-// pattern ends at its first zero byte, as in the matcher.
+// Whether nothing follows the last backslash, so that nothing matches. A pattern ends at
+// its first zero byte, as in the matcher.
 bool ends_in_backslash(const std::string& pattern) {
   for (const char* at = pattern.c_str(); *at != '\0'; ++at) {
     if (*at == '\\' && *++at == '\0') return true;
@@ -44,9 +44,9 @@ bool ends_in_backslash(const std::string& pattern) {
   return false;
 }
 
-// One text of those that the pattern matches, which stands for all of them: it has a blank
-// for each star. A pattern cannot contain a blank, so only a star can take it, and that
-// takes whatever else may stand there.
+// One text that stands for all those the pattern matches: it has a blank for each star. A
+// pattern cannot contain a blank, so only a star takes it, and a star takes whatever else
+// may stand there.
 std::string typical_text(const std::string& pattern) {
   std::string text;
   for (const char* at = pattern.c_str(); *at != '\0'; ++at) {
@@ -92,7 +92,7 @@ std::string RuleFile::error() const {
   return place(lines_.back()) + what_is_wrong(lines_.back().words);
 }
 
-// Of rules that cover each other the first one is the wider one.
+// Of rules that cover each other, the first counts as the wider one.
 const RuleLine* RuleFile::find_wider(const RuleLine& line) const {
   const std::vector<std::string> words = typical_words(line);
   const auto found = std::find_if(lines_.begin(), lines_.end(), [&](const RuleLine& other) {
@@ -113,7 +113,7 @@ std::vector<std::string> RuleFile::warnings() const {
       result.push_back(place(line) + "the same rule is in line " + std::to_string(found->second));
     } else if (hopeless != line.words.end()) {
       result.push_back(place(line) + "the rule matches nothing: " + quoted(*hopeless) +
-                       " ends in a backslash, which needs a byte behind it");
+                       " ends in a backslash, which needs a byte after it");
     } else if (const RuleLine* const wide = find_wider(line)) {
       result.push_back(place(line) + "the rule adds nothing: line " + std::to_string(wide->number) +
                        " admits all that it admits");

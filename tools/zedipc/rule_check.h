@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What is to be said of a rule file, which is read and matched by the server's own code.
+// Checks a rule file, with the code that the server reads and matches it with.
 #pragma once
 
 #include <string>
@@ -14,12 +14,12 @@ class RuleFile {
   // Throws Failure if the file cannot be read.
   explicit RuleFile(const std::string& path);
 
-  // "" if the server can start with it, else the line and what is wrong with it.
+  // The wrong line and what is wrong with it; "" if the server can start with the file.
   [[nodiscard]] std::string error() const;
-  // Rules that are there twice, that match nothing, or that another one covers.
+  // Rules that are repeated, match nothing, or are covered by another one.
   [[nodiscard]] std::vector<std::string> warnings() const;
-  // As in "1 rule for what comes in, 2 rules for what goes out". One that is there twice
-  // is one rule to the server.
+  // As in "1 rule for what comes in, 2 rules for what goes out". The server counts a
+  // repeated rule once.
   [[nodiscard]] std::string counts() const;
   // Whether the server listens for other machines.
   [[nodiscard]] bool external() const;
@@ -29,8 +29,7 @@ class RuleFile {
 
  private:
   [[nodiscard]] std::string place(const zedipc::RuleLine& line) const;
-  // A rule that admits all that this one admits; null if there is none. This one has to
-  // match something.
+  // A rule that admits all that this one does, or null. This one must match something.
   [[nodiscard]] const zedipc::RuleLine* find_wider(const zedipc::RuleLine& line) const;
 
   std::string name_;

@@ -22,11 +22,11 @@ namespace command {
 
 namespace {
 
-// The server's own limit for a whole message; a longer one is lost without a word.
+// The server's limit for a whole message. It drops a longer one silently.
 constexpr std::size_t kLongestMessage = 524288;
 constexpr std::size_t kServersShare = 25;
-// What a call that has not returned is given once a signal has come. If the server reads, it
-// takes no longer.
+// How long a call may still take once a signal has come. If the server reads, it takes
+// less.
 constexpr std::chrono::milliseconds kGrace{500};
 
 zedipc::JSObject parameter_of(const SendOptions& options) {
@@ -48,7 +48,7 @@ std::string written(const SendOptions& options, const zedipc::JSObject& paramete
   return message.dump();
 }
 
-// The server passes over what it cannot take without a word.
+// Throws Failure for what the server would drop silently.
 void check_message(const SendOptions& options, const zedipc::JSObject& parameter) {
   const std::string text = written(options, parameter);
   if (text.size() > kLongestMessage - kServersShare) {
@@ -68,12 +68,12 @@ void notify(const SendOptions& options, const zedipc::JSObject& parameter) {
       zedipc::ipcNotify(options.to, options.notification, parameter, options.flags, options.from));
 }
 
-// Sends, and looks meanwhile for signals and for the word that nobody took one.
+// Sends, and watches meanwhile for signals and for the news that nobody took a message.
 class Sender {
  public:
   Sender(const SendOptions& options, Inbox& inbox) : options_(options), inbox_(inbox) {}
 
-  // Sends the parameter as often as it is wanted, unless the command is asked to end.
+  // Sends the parameter as often as asked, unless a signal ends that.
   void repeat(const zedipc::JSObject& parameter) {
     check_message(options_, parameter);
     call([&] { notify(options_, parameter); });
@@ -91,8 +91,8 @@ class Sender {
     });
   }
 
-  // Sends what is in each line of standard input, unless the command is asked to end. A line
-  // that cannot be sent ends it with Failure.
+  // Sends each line of standard input, unless a signal ends that. Throws Failure at a line
+  // that cannot be sent, once the lines before it have been.
   void send_lines() {
     catch_signals();
     Lines lines;
@@ -116,7 +116,7 @@ class Sender {
     if (sent_) call([] { wait_for_server(); });
   }
 
-  // Waits until then for the word that nobody took one, unless it has come already.
+  // Waits until then for the news that nobody took a message, unless it has come already.
   bool is_refused(Clock::time_point until) {
     catch_signals();
     while (!refused_ && !Inbox::asked_to_end() && Clock::now() < until) note(inbox_.wait(until));
@@ -124,15 +124,15 @@ class Sender {
   }
 
  private:
-  // From now on signals are looked for. Until then they end the process.
+  // From now on signals end the wait. Until then they end the process.
   void catch_signals() {
     inbox_.catch_signals();
     catches_signals_ = true;
   }
 
-  // Makes a call that blocks while the server does not read. Another thread makes it if
-  // signals are caught, and goes on with it if one ends the waiting: the call must not refer
-  // to anything that goes before the process.
+  // Makes a call that blocks while the server does not read. If signals are caught, another
+  // thread makes it, and may still be in it after one ends the wait: so the call must own
+  // what it uses.
   void call(const std::function<void()>& blocking) {
     if (!catches_signals_) return blocking();
     auto promise = std::make_shared<std::promise<void>>();
@@ -185,7 +185,7 @@ class Sender {
     return parameter;
   }
 
-  // Waits for the time between two; says whether to go on.
+  // Pauses between two messages; says whether to go on.
   bool pause() {
     const auto next = Clock::now() + std::chrono::milliseconds(options_.every);
     while (!Inbox::asked_to_end() && Clock::now() < next) note(inbox_.wait(next));

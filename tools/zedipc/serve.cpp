@@ -23,7 +23,7 @@ namespace {
 // The library does not tell when the server listens, so this process looks for a listening
 // socket of its own: a start that fails never has one.
 constexpr std::chrono::milliseconds kBetweenLooks{5};
-// Where no socket can be seen, for want of /proc, a start that takes so long has not failed.
+// Without /proc no socket can be seen; but a start that takes this long has not failed.
 constexpr std::chrono::seconds kLongestStart{10};
 
 RuleFile open_rules(const std::string& path) {
@@ -53,7 +53,7 @@ std::string taken_port(bool external) {
          ". If that is a notification server, clients find it already; if not, end it.";
 }
 
-// What the server's result means; the file was readable and right a moment before.
+// What the server's result means. The file was readable and right a moment ago.
 std::string reason(int result, bool external) {
   switch (result) {
     case zedipc::kServerNotStarted:

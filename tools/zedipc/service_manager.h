@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-// The service manager that has started this process, as systemd may have.
+// The service manager that started this process, such as systemd.
 #pragma once
 
 namespace command {
 
-// Tells it that the service is ready, at the socket that NOTIFY_SOCKET names; does nothing
-// without one. If that cannot be done it says why, and the manager may end the process.
+// Tells it, at the socket that NOTIFY_SOCKET names, that the service is ready; does nothing
+// without one. If that fails it says why, and the manager may end the process.
 void tell_ready();
 
 }  // namespace command

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Round trips, and what can be said of all of them.
+// Round trips, and a summary of them.
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@ class RoundTrips {
   [[nodiscard]] std::size_t count() const { return times_.size(); }
 
   // As in "round trip min/median/p99/max = 0.110/0.123/0.310/0.310 ms"; "" if there are
-  // none. The p99 is the shortest time that at least 99 % do not exceed.
+  // none. At least 99 % take no longer than p99.
   [[nodiscard]] std::string summary() const;
 
  private:

@@ -9,8 +9,8 @@ namespace command {
 
 namespace {
 
-// Text from the network decides how deep a value is; it is not to decide how long the
-// lines become.
+// Text from the network decides how deep a value is; it must not decide how long the lines
+// get.
 constexpr std::size_t kDeepest = 40;
 
 struct Character {

@@ -25,8 +25,7 @@ Clock::time_point after(Clock::time_point start, double seconds) {
   return start + std::chrono::duration_cast<Clock::duration>(Seconds(seconds));
 }
 
-// What is drawn stays on the screen: each table takes the place of the one before it, and
-// the last one is there when the command has ended.
+// Each table replaces the one before it, and the last one stays on the screen.
 class Display {
  public:
   void draw(const Traffic& traffic, const std::string& sort) {
@@ -85,7 +84,7 @@ int top(const TopOptions& options) {
     interval_start = now;
     display.draw(traffic, options.sort);
   }
-  // Where nothing was drawn before, the rates are those of the whole time.
+  // If nothing was drawn before, the rates are those of the whole time.
   if (!display.live()) traffic.end_interval(Seconds(Clock::now() - start).count());
   display.draw(traffic, options.sort);
   return kDone;

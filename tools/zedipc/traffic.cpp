@@ -11,8 +11,7 @@ namespace command {
 
 namespace {
 
-// Names come from the network, and so does their number: what is beyond is counted
-// together.
+// Names come from the network, and so does their number: the rest is counted together.
 constexpr std::size_t kMostRows = 10000;
 constexpr char kOthers[] = "(others)";
 constexpr std::size_t kWidestNotification = 32;

@@ -16,7 +16,7 @@ class Traffic {
  public:
   void add(const Message& message);
 
-  // Ends a stretch of time of that many seconds, whose rates are shown until the next.
+  // Ends an interval of that many seconds. Its rates are shown until the next one ends.
   void end_interval(double seconds);
 
   // A table with a heading, rows in the order asked for ("count", "rate", "time", "name"),

@@ -51,7 +51,7 @@ std::string json_line(const Message& message) {
   object("to") = message.to;
   object("notification") = message.notification;
   if (message.has_parameter) object("parameter") = message.parameter;
-  // As a plain number, so that it does not come out as a negative one.
+  // As a plain number: an integer of the library's could come out negative.
   object("flags") = static_cast<unsigned long long>(message.flags);
   return valid_json(object.dump());
 }

@@ -11,14 +11,14 @@
 
 namespace command {
 
-// One notification in a format: "text" for people, "json" for programs, one valid object
-// each, and "raw" for the parameter alone (a string without quotes), or the notification's
-// name where the parameter is not known.
+// One notification in a format: "text" for people, "json" for programs (one valid object),
+// or "raw", the parameter alone: a string without its quotes, and the notification's name
+// where the parameter is not known.
 std::string shown(const Message& message, const std::string& format, const Output& output);
 
-// Passes on what comes until the options' count or time, Ctrl-C, or the end of the reader;
-// gives the exit status, which is kFailed if the time came before the count. The inbox
-// catches signals already.
+// Passes on what arrives until the options' count or time, Ctrl-C, or the end of the
+// reader. Returns the exit status: kFailed if time ran out before the count. The inbox must
+// catch signals already.
 int watch(Inbox& inbox, const ViewOptions& options,
           const std::function<void(const Message&)>& take);
 

@@ -70,7 +70,7 @@ struct Reader {
     }
   }
 
-  // To the quote at the end.
+  // Up to the closing quote.
   std::string string() {
     const char* const begin = at + 1;
     at = skip_plain(begin);
@@ -114,7 +114,7 @@ struct Reader {
   }
 };
 
-// A buffer on the stack takes the text as far as it goes.
+// A buffer on the stack takes as much of the text as fits.
 struct Writer {
   std::string out;
   char* at = buffer;
@@ -150,7 +150,7 @@ struct Writer {
     at = std::to_chars(at, at + 32, format...).ptr;
   }
 
-  // Strings that have no control bytes.
+  // For strings without control bytes.
   void string(const std::string& text) {
     put('"');
     const char* next = text.data();

@@ -17,7 +17,7 @@ Json::StreamWriter* make_writer() {
   return builder.newStreamWriter();
 }
 
-// Reader and writer are made once, as its users do who care for speed.
+// Reader and writer are made once, as by users who care for speed.
 struct Jsoncpp {
   using Value = Json::Value;
   static void parse(Value& value, const std::string& text) {

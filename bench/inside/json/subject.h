@@ -20,7 +20,7 @@ void require_same_content(const Input& input, const char* name) {
   require(same_content(input.text, Subject::plain(Subject::dump(value))), input.name + "/" + name);
 }
 
-// A value's whole life is measured, its end included.
+// A value's whole life is measured, including its end.
 template <typename Subject>
 void measure_parse(benchmark::State& state, const Input& input) {
   measure(state, [&] {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Each registers one subject's benchmarks. Those of peers are there where their headers
-// are installed.
+// Each registers one subject's benchmarks. Peers have theirs if their headers are
+// installed.
 #pragma once
 
 #include <vector>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Frames on bare sockets, by the system calls that the library makes: two sends for each
-// frame, and a wait and a receive for the header and for what follows it.
+// frame, and a wait and a receive each for the header and the payload.
 #pragma once
 
 #include <string>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A message that takes no parsing: three texts in places of fixed size, about as long
-// together as what the library's messages have around their parameter, and the payload.
+// A message that needs no parsing: the payload, and three texts in fields of fixed size,
+// together about as long as what surrounds the parameter in the library's messages.
 #pragma once
 
 #include <cstring>
@@ -30,7 +30,7 @@ inline std::string write_message(const Message& message, const std::string& payl
   return text.append(payload);
 }
 
-// The texts have to be shorter than their places.
+// The texts must be shorter than their fields.
 inline Message read_message(const std::string& text) {
   const auto field = [&](std::size_t index) {
     const char* const begin = text.data() + index * kField;

@@ -13,7 +13,7 @@ namespace bench {
 
 namespace {
 
-// Far longer than any batch takes; what has not come by then is lost.
+// Far longer than any batch takes: what has not arrived by then is lost.
 constexpr int kPatience = 30;  // seconds
 
 }  // namespace

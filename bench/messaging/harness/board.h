@@ -19,7 +19,7 @@ Nanoseconds now();
 // the others receive and say so.
 class Board {
  public:
-  // Receivers are to accept messages of this size alone.
+  // Receivers must accept only messages of this size.
   explicit Board(std::size_t size);
   ~Board();
   Board(const Board&) = delete;
@@ -27,18 +27,18 @@ class Board {
 
   // ---- For receivers
 
-  // From now on this receiver gets all that is sent.
+  // Says that from now on this receiver gets all that is sent.
   void ready() { ready_.fetch_add(1); }
-  // To be called for each message, with the time at which the callback was entered.
+  // Call it for each message, with the time at which the callback was entered.
   void arrived(Nanoseconds at, std::size_t size);
 
   // ---- For the sender
 
   [[nodiscard]] int ready_receivers() const { return ready_.load(); }
-  // Says, before they are sent, how many arrivals wait_for_arrivals() is to wait for.
+  // Says how many arrivals wait_for_arrivals() waits for. Call it before sending them.
   void expect(std::uint64_t arrivals);
   // When the last of them arrived. Throws std::runtime_error if they do not all come, if
-  // more come, or if one had not the right size.
+  // more come, or if one had the wrong size.
   Nanoseconds wait_for_arrivals();
   // Throws if more has arrived than was expected.
   void require_no_more() const;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The processes of a run besides the sender's, and what they use up.
+// The processes of a run besides the sender's, and what they consume.
 #pragma once
 
 #include <sys/types.h>
@@ -12,7 +12,7 @@
 
 namespace bench {
 
-// Ends all its processes when it goes, and they end if this process does.
+// Its destructor ends all its processes, and so does the end of this process.
 class Crew {
  public:
   Crew() = default;
@@ -20,11 +20,11 @@ class Crew {
   Crew(const Crew&) = delete;
   Crew& operator=(const Crew&) = delete;
 
-  // Forks a process for `body`, which is not to return. To be called while this process
-  // has one thread.
+  // Forks a process for `body`, which must not return. Call it while this process has one
+  // thread.
   pid_t start(const std::string& name, const std::function<void()>& body);
 
-  // Waits until `condition` holds. Throws if that takes too long, or a process ends.
+  // Waits until `condition` holds. Throws if that takes too long or a process ends.
   void wait_until(const std::string& what, const std::function<bool()>& condition);
 
  private:
@@ -43,10 +43,10 @@ class Crew {
 // The processor time of all threads that the process has or had.
 Nanoseconds cpu_time(pid_t pid);
 
-// The most memory that the process has had at a time, in KiB.
+// The most memory that the process has had at once, in KiB.
 long peak_memory(pid_t pid);
 
-// How often the process's threads have gone to sleep of their own accord.
+// How often the process's threads have gone to sleep by themselves.
 long sleeps(pid_t pid);
 
 }  // namespace bench

@@ -14,7 +14,7 @@ namespace bench {
 
 namespace {
 
-// Users that are not root have no /usr/sbin in their PATH.
+// Users other than root lack /usr/sbin in their PATH.
 std::string find_program(const std::string& name) {
   const char* const path = std::getenv("PATH");
   std::istringstream in(std::string(path == nullptr ? "" : path) + ":/usr/sbin");

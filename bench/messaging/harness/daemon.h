@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A server program of another system, run for the time of a measurement with settings of
-// its own, where nobody else can reach it.
+// A server program of another system, run for one measurement, with its own settings, where
+// nobody else can reach it.
 #pragma once
 
 #include <memory>
@@ -24,7 +24,7 @@ class Daemon {
   // A directory for what the program reads and writes.
   [[nodiscard]] const zedipc::test::ScratchDir& directory() const { return directory_; }
 
-  // Starts a program of the PATH or of /usr/sbin. Throws NotInstalled if there is none.
+  // Starts a program found in PATH or /usr/sbin. Throws NotInstalled if there is none.
   pid_t start(const std::string& program, const std::vector<std::string>& arguments);
 
  private:

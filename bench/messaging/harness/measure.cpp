@@ -51,7 +51,7 @@ class Stage {
   std::vector<pid_t> receivers_;
 };
 
-// Repeats `step`, which gives a sample, for as long as it is to go on.
+// Repeats `step`, which gives a sample, until the time is over.
 template <typename Step>
 std::vector<double> repeat(const Limits& limits, int least, Step step) {
   std::vector<double> samples;
@@ -70,8 +70,8 @@ Result times(const Work& work, const std::vector<double>& samples, Nanoseconds c
            {"samples", count}}};
 }
 
-// The peaks of the run's processes, each as a result of its own. With larger messages they
-// would mostly be the size of these.
+// The peak of each process of the run, each a result of its own. With larger messages the
+// peaks would mostly show their size.
 void add_memory(const Stage& stage, const Work& work, std::vector<Result>& results) {
   if (work.size > kSmallSize) return;
   const std::string prefix = "memory/" + work.name + "/";
@@ -150,7 +150,7 @@ std::vector<Result> floods(Subject& subject, const Work& work, const Limits& lim
   return results;
 }
 
-// How often processes wake up that have nothing to do.
+// How often idle processes wake up.
 std::vector<Result> idleness(Subject& subject, const Work& work, const Limits& limits) {
   Stage stage(subject, work);
   const auto pause = [](double seconds) { usleep(static_cast<useconds_t>(seconds * 1e6)); };

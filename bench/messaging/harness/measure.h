@@ -8,13 +8,13 @@
 
 namespace bench {
 
-// How long to go on; at least a few times, though.
+// How long to go on, but for at least a few samples.
 struct Limits {
   double seconds;
   int flood;  // messages at a time in a flood of small ones
 };
 
-// Does the work. Throws where a message is lost, comes twice or has changed its size.
+// Does the work. Throws if a message is lost, arrives twice or has changed its size.
 std::vector<Result> measure(Subject& subject, const Work& work, const Limits& limits);
 
 }  // namespace bench

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // messaging_SUBJECT WORK SECONDS FLOOD: does the work for that long, with so many messages
-// in a flood. Ends with 0 and the results, with 1 if something went wrong, with 2 if it
-// was called wrongly, and with 77 and the reason if it is not possible here.
+// in a flood. Ends with 0 and the results, with 1 if something went wrong, with 2 if called
+// wrongly, and with 77 and the reason if this machine cannot do it.
 #include <cstdio>
 #include <cstdlib>
 #include <exception>

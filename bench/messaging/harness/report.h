@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Results, as the driver reads them: one line of JSON each.
+// Results as the driver reads them, one line of JSON each.
 #pragma once
 
 #include <string>

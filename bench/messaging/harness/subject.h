@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What a system has to be able to do so that it can be measured. Each process of a run
-// calls one of the functions: the sender's those that say so, on its main thread.
+// What a system must be able to do to be measured. Each process of a run calls one of the
+// functions: the sender those that say so, on its main thread.
 #pragma once
 
 #include <sys/types.h>
@@ -18,8 +18,8 @@ namespace bench {
 class Sender {
  public:
   virtual ~Sender() = default;
-  // Sends the message that the sender was made for to one receiver, or to all where the
-  // work is a broadcast. May leave it in a buffer.
+  // Sends the message that the sender was made for to one receiver, or, in a broadcast, to
+  // all. It may stay in a buffer.
   virtual void send() = 0;
   // Returns when everything is on its way.
   virtual void flush() {}
@@ -29,7 +29,7 @@ class Sender {
 class Caller {
  public:
   virtual ~Caller() = default;
-  // Sends a payload of the work's size, and gives the size of what came back.
+  // Sends a payload of the work's size, and returns the size of what came back.
   virtual std::size_t call() = 0;
 };
 
@@ -38,7 +38,7 @@ class Subject {
   virtual ~Subject() = default;
   [[nodiscard]] virtual const char* name() const = 0;
 
-  // Starts the server that messages go through, and waits until it listens. Gives its
+  // Starts the server that messages go through, and waits until it listens. Returns its
   // process, or 0 if the system has no server.
   virtual pid_t start_server(Crew& /*crew*/) { return 0; }
 
@@ -48,19 +48,19 @@ class Subject {
   // For the sender, when all receivers are ready.
   virtual std::unique_ptr<Sender> make_sender(const Work& work) = 0;
 
-  // Whether there is a form of this work that can be compared.
+  // Whether the system can do this work in a form that compares.
   [[nodiscard]] virtual bool can(const Work& work) const { return work.kind != Kind::kRoundTrip; }
 
-  // Sends every payload back that comes; never returns. Reports itself ready when it can
-  // be connected to, by a name that is a path in `directory` where the work is not TCP.
+  // Sends back every payload that arrives; never returns. Reports itself ready when it can
+  // be connected to; without TCP, by a path in `directory`.
   virtual void echo(const Work& /*work*/, Board& /*board*/, const std::string& /*path*/) {}
-  // For the asking process, when the other one is ready.
+  // For the asking process, once the other one is ready.
   virtual std::unique_ptr<Caller> make_caller(const Work& /*work*/, const std::string& /*path*/) {
     return nullptr;
   }
 };
 
-// The port of servers that leave the choice.
+// The port of servers that can be told one.
 inline constexpr unsigned short kPort = 5990;
 
 // The measurement program for a subject.

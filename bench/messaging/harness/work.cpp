@@ -10,7 +10,7 @@ namespace bench {
 
 namespace {
 
-// What zedipc's parameter needs at the least for its members.
+// The least that the members of zedipc's parameter need.
 constexpr std::size_t kLeastSize = 40;
 constexpr std::size_t kMostSize = 500000;
 constexpr int kMostReceivers = 1000;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What is to be measured, by the name that it has in the results.
+// What to measure, by its name in the results.
 #pragma once
 
 #include <cstddef>
@@ -23,7 +23,7 @@ struct Work {
   std::size_t size;  // bytes of the payload
 };
 
-// Throws std::runtime_error, with the reason, for a name that stands for no work.
+// Throws std::runtime_error, with the reason, for a name of no work.
 Work parse_work(const std::string& name);
 
 }  // namespace bench
