@@ -22,6 +22,9 @@ Lines log_of(const std::function<void(Script&)>& body) {
   return client_log(result.err);
 }
 
+const std::string kTerminate =
+    "NFYCL:error|reader_thread(): read_msg() on ipc=PTR failed (EOF), terminate.";
+
 }  // namespace
 
 TEST(FailedWrite, OfARegistrationLeavesNone) {
@@ -315,14 +318,15 @@ TEST(FailedWrite, OfAReturnedMessageIsLoggedAsReturnedAllTheSame) {
               fail_frames(0);
               script.send(notification("t", "n"));
               expect_reader_ready(script.server());
-              ipcGetAppID();  // the table's lock is free: the lines are written
+              lose(script.server());  // after which the reader has written its lines
             }),
             (Lines{"NFYCL:error|reader_thread(): write_msg() on ipc=PTR failed (ERROR), msg=" +
                        notification("t", "n"),
                    "NFYCL:note|reader_thread(): returned notification 'n' back to server, since no "
                    "client registered",
                    "NFYCL:note|reader_thread(): returned notification 'unknown' back to server, "
-                   "since no client registered"}));
+                   "since no client registered",
+                   kTerminate}));
 }
 
 TEST(FailedWrite, OfAMessageThatNobodyMatchesIsLoggedAsReturnedAllTheSame) {
@@ -331,12 +335,13 @@ TEST(FailedWrite, OfAMessageThatNobodyMatchesIsLoggedAsReturnedAllTheSame) {
               fail_frames(0);
               script.send(notification("other", "n"));
               expect_reader_ready(script.server());
-              ipcGetAppID();  // the table's lock is free: the lines are written
+              lose(script.server());  // after which the reader has written its lines
             }),
             (Lines{"NFYCL:error|reader_thread(): write_msg() on ipc=PTR failed (ERROR), msg=" +
                        notification("other", "n"),
                    "NFYCL:warning|reader_thread(): returned notification 'n' back to server, since "
                    "no matching client",
                    "NFYCL:warning|reader_thread(): returned notification 'unknown' back to server, "
-                   "since no matching client"}));
+                   "since no matching client",
+                   kTerminate}));
 }
