@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// What all channels do once they have a socket: read, write, ask for input, close.
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -14,8 +15,8 @@ namespace zedipc {
 
 namespace {
 
-// All closes of the process pass through it one at a time, so that of two threads
-// that close one channel only one finds the socket.
+// Held by every close in the process: of two threads that close one channel only one finds
+// the socket.
 Mutex close_mutex;
 
 constexpr short kHangup = POLLERR | POLLHUP | POLLNVAL;
@@ -44,7 +45,7 @@ const char* IPC::local_addr() const { return d->local_addr; }
 
 const char* IPC::getVersion() {
   static const char kBanner[] = "$VER libzedipc 1.18.0 Apr 30 2021 09:42:01";
-  return kBanner + sizeof "$VER " - 1;  // by that tools find the banner in a file
+  return kBanner + sizeof "$VER " - 1;  // tools find the banner in a file by this prefix
 }
 
 const char* IPC::ipc_GetVersion() { return "1.18.0-1"; }
@@ -73,7 +74,7 @@ bool IPC::poll_in(int timeout_msec) {
 void IPC::close() {
   const MutexLock closing(close_mutex);
   const int fd = d->fd.load(std::memory_order_acquire);
-  if (fd == -1) return;
+  if (fd == -1) return;  // with the flags as they are, on purpose: callers know it so
   // Ends whatever other threads are blocked in, so that they let go of the locks.
   ::shutdown(fd, SHUT_RDWR);
   {
@@ -101,6 +102,7 @@ void IPC::IpcPrivate::close() {
 bool IPC::IpcPrivate::require_buffer(const char* operation, const void* data, int size) {
   if (data != nullptr && size >= 0) return true;
   error_flag.store(true, std::memory_order_relaxed);
+  // The line shows a size of 0, whatever it was: readers of the log know it so.
   ZEDIPC_IPC_LOG(kLogError, "%p->IpcPrivate::%s(): invalid parameter (data=%p, size=%d)\n",
                  static_cast<void*>(this), operation, data, 0);
   return false;
@@ -216,7 +218,7 @@ IPC::IpcPrivate::Step IPC::IpcPrivate::read_step(Transfer& transfer) {
     note_failure("read", "poll()", errno);
     return Step::kEnd;
   }
-  // Data first: what is buffered behind a hang-up can still be read.
+  // Data first: what came before a hang-up can still be read.
   if ((pf.revents & POLLIN) == 0) {
     if ((pf.revents & kHangup) == 0) return Step::kGoOn;
     note_hangup("read", pf.revents);
@@ -267,6 +269,8 @@ bool IPC::IpcPrivate::poll_in(int timeout_msec) {
   return poll_in_locked(timeout_msec);
 }
 
+// An end or a failure is something to read too, whenever it was noted, and so is a socket
+// that is not there.
 bool IPC::IpcPrivate::poll_in_locked(int timeout_msec) {
   const bool has_data = await_input(timeout_msec);
   if (!eof_flag.load(std::memory_order_relaxed) && !error_flag.load(std::memory_order_relaxed)) {
@@ -287,6 +291,7 @@ bool IPC::IpcPrivate::await_input(int timeout_msec) {
       note_failure("poll_in", "poll()", errno);
       return false;
     }
+    // Other events do not make it wait again, as they do a read.
     if ((pf.revents & POLLIN) == 0) {
       if ((pf.revents & kHangup) != 0) note_hangup("poll_in", pf.revents);
       return false;

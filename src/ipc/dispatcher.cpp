@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The thread that calls the callbacks of channels, and what wakes it, gives it channels and
-// takes them away.
+// The dispatcher's thread and its passes; how channels come to it and leave it.
 #include "ipc/dispatcher.h"
 
 #include <fcntl.h>
@@ -35,7 +34,7 @@ void lock_in_turn() ACQUIRE(dispatcher->mutex) {
 class SCOPED_CAPABILITY DispatcherLock {
  public:
   DispatcherLock() ACQUIRE(dispatcher->mutex) {
-    // A callback has the lock already. Whoever's turn it is waits for that callback.
+    // A callback has the lock already, and whoever has the turn waits for that callback.
     if (on_dispatcher) {
       dispatcher->mutex.lock();
     } else {
@@ -95,7 +94,7 @@ void end_pass() {
   dispatcher->passed.notify_all();
 }
 
-// Without the lock: the dispatcher that lets the waiter go may want it again at once.
+// Not with the dispatcher's lock held, which its next pass may want again at once.
 void await_pass(std::uint64_t number) {
   if (on_dispatcher) return;
   const MutexLock lock(dispatcher->wake_mutex);
@@ -153,7 +152,9 @@ void watch_all(WatchSet& watched) REQUIRES(dispatcher->mutex) {
   }
 }
 
-// Passes, until one finds no channel registered.
+// Passes, until no channel is registered. After a select that failed nobody is served and the
+// descriptors are put together anew; it goes on failing while there is one among them that was
+// not closed by its channel.
 void* cb_thread(void* /*unused*/) {
   const LogChannelScope scope(kLogIpc);
   on_dispatcher = true;
@@ -200,7 +201,7 @@ bool start_dispatcher() REQUIRES(dispatcher->mutex) {
   auto size =
       static_cast<std::size_t>(wanted <= 0 ? 0 : std::max(wanted, ::sysconf(_SC_THREAD_STACK_MIN)));
   int problem = create_thread(size);
-  // Too small, as it is where thread-local variables take their place from it.
+  // The stack is still too small where thread-local variables take their place from it.
   while (problem == EINVAL && size != 0 && size < kAmpleStack) problem = create_thread(size *= 2);
   if (problem != 0) close_wake_pipe();
   dispatcher->running = problem == 0;

@@ -24,8 +24,8 @@ struct ZEDIPC_HIDDEN Dispatcher {
   // calls that callbacks make. Lock order: `turn`, `mutex`, the lock of all closes, a channel's
   // read_mutex, its write_mutex, `wake_mutex`.
   Mutex mutex{Mutex::kRecursive};
-  // Held while `mutex` is waited for, so that a thread that always has something to do does not
-  // take `mutex` again and again ahead of those who wait for it.
+  // Held while waiting for `mutex`, so that a dispatcher that always has something to do does
+  // not take it again and again ahead of others.
   Mutex turn;
   // In the order in which they are served.
   std::map<IPC::IpcPrivate*, Registration> channels GUARDED_BY(mutex);
@@ -33,7 +33,7 @@ struct ZEDIPC_HIDDEN Dispatcher {
   int wake_end GUARDED_BY(mutex) = -1;     // where it reads what wakes it
   int stack_size GUARDED_BY(mutex) = -1;   // in bytes; 0 or less means the system's default
 
-  // For a moment only. It keeps the pipe open while a byte is written to it.
+  // Held for a moment only. Keeps the pipe open while a byte is written to it.
   Mutex wake_mutex;
   std::atomic<int> wake_fd{-1};  // the pipe's other end, changed under the lock; -1 without one
   std::uint64_t passes GUARDED_BY(wake_mutex) = 0;  // that have ended

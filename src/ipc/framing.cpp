@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Messages on the byte stream of a channel: a frame is a header and a payload.
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -13,12 +14,12 @@ namespace zedipc {
 namespace {
 
 // A frame begins with three 32-bit words, most significant byte first: the id,
-// the number of bytes behind this second word, and the tag.
+// the number of bytes after this second word, and the tag.
 constexpr int kHeaderSize = 12;
 constexpr int kTagSize = 4;
 
-// Once a frame has begun its peer is in the middle of sending, and is given at
-// least this long for each further piece, but never for ever.
+// Once a frame has begun, its peer is in the middle of sending: each further piece has at
+// least this long to come, but not for ever.
 constexpr int kPieceTimeout = 10000;
 
 using Header = std::array<unsigned char, kHeaderSize>;
@@ -68,15 +69,15 @@ int first_candidate(const unsigned char* bytes, int count, const Id& id) {
   return static_cast<int>(at - bytes);
 }
 
-// Reads on from a header that does not begin with the id, to the end of the first header that
-// can. No byte after that one is taken: the channel's user may be waiting for it.
+// Reads on from a header that does not begin with the id, to the end of the next one that
+// may. Takes no byte after it: the channel's user may wait for the next frame with select.
 bool skip_garbage(IPC::IpcPrivate& channel, const Id& id, Header& header, int timeout) {
   constexpr int kOld = kHeaderSize - 1;
-  // Looked at in one go. It lies on the stack of callbacks, which may be small.
+  // Looked at in one go. It lies on the stack, which may be small in a callback.
   constexpr int kBlock = 2048;
   std::array<unsigned char, kOld + kBlock + kHeaderSize> bytes;
   std::memcpy(bytes.data(), &header[1], kOld);
-  // Each byte that is read has a line in a log of this level.
+  // A log of this level has a line for each byte of the search.
   int count = 1;
   if (!dbg_log_enabled(kLogDebug)) {
     const int ahead = channel.peek(&bytes[kOld], kBlock, timeout);
@@ -101,7 +102,8 @@ bool find_header(IPC::IpcPrivate& channel, unsigned int msg_id, Header& header, 
   return true;
 }
 
-// Logs what is wrong with a size that is not accepted.
+// Logs what is wrong with a size that is not accepted. The payload stays in the stream, where
+// the next call searches it.
 bool accept_size(const Header& header, int size_limit) {
   const int size = payload_size(header);
   if (size < 0) {
@@ -147,9 +149,9 @@ class BufferAdaptor : public GrowingBuffer {
   GrowingBuffer* const outer_;
 };
 
-// Reads the payload of a frame, into as much memory as it needs in the end, and gives how much
-// has come. A user's own buffer gets its size at once, and so does any where the log shows
-// each piece that is read and what is still to come of its size.
+// Reads a payload and gives how much of it has come; the buffer has its full size in any case.
+// A large container gets that size bit by bit, but not where the log shows for each piece how
+// much is still to come.
 int read_payload(IPC::IpcPrivate& channel, IPC::IpcBuffer& buffer, int size, int timeout) {
   const bool small = static_cast<std::size_t>(size) <= kUnseen;
   if (small || &buffer != containers_buffer || dbg_log_enabled(kLogDebug)) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What stands behind a channel: its socket, flags and locks.
+// What a channel is made of: its socket, flags and locks.
 #pragma once
 
 #include <atomic>
@@ -12,7 +12,7 @@
 
 namespace zedipc {
 
-// Readers of the log know the whole subsystem by this module.
+// Readers of the log know the whole subsystem by this name.
 inline constexpr char kIpcModule[] = "src/ipc.cpp";
 
 #define ZEDIPC_IPC_LOG(level, ...) dbg_log(kIpcModule, __LINE__, level, __VA_ARGS__)
@@ -42,9 +42,9 @@ class IPC::IpcPrivate {
   // Leaves the socket open: whoever owns the channel closes it first.
   virtual ~IpcPrivate() = default;
   bool write(const void* data, int size);
-  // `rearm` tells the dispatcher, on every way out, that what it announced was read.
+  // With `rearm` the dispatcher hears, on every way out, that what it announced was read.
   int read(void* data, int size, int timeout_msec, int next_timeout_msec, bool rearm);
-  // The same into a buffer that grows, with one timeout and with `rearm`.
+  // The same into a buffer that grows, with one timeout for every piece and with `rearm`.
   int read(GrowingBuffer& buffer, int size, int timeout_msec);
   // Shows what a read would take next, as far as it has come, and takes nothing. Waits and
   // fails as a read does; the result is 0 then.
@@ -70,8 +70,8 @@ class IPC::IpcPrivate {
   std::atomic<int> cb_state{CB_LOCKED};
 
   // Whether a channel that was seen readable has something for its callback, if it still has
-  // this socket. It is not watched then until it is armed again, and not before it is connected
-  // again if what it has is its end. The pointers are what the log shows of the callback.
+  // this socket. If so, it is not watched until it is armed again or, after its end or a
+  // failure, connected again. The pointers are for the log.
   bool take_input(int watched_fd, void* function, void* ipc);
 
  private:

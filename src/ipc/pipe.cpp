@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Channels over local sockets: how the socket comes to be, and the socket file.
 #include <zedipc/pipe.h>
 
 #include <sys/socket.h>
@@ -19,8 +20,8 @@ namespace zedipc {
 
 class Pipe::PipePrivate : public IPC::IpcPrivate {
  public:
-  // The socket file that this object has to remove. Of several threads that close the
-  // listener only one takes it.
+  // The socket file that this object removes. Of several threads that close the listener
+  // only one takes it.
   void own_path(std::string name) {
     const MutexLock lock(path_mutex_);
     path_.swap(name);
@@ -40,7 +41,7 @@ class Pipe::PipePrivate : public IPC::IpcPrivate {
  private:
   Mutex path_mutex_;
   std::string path_ GUARDED_BY(path_mutex_);
-  bool owns_path_ GUARDED_BY(path_mutex_) = false;  // the empty name is a name too
+  bool owns_path_ GUARDED_BY(path_mutex_) = false;  // an empty name is a name too
 };
 
 namespace {
@@ -80,7 +81,8 @@ bool bind_and_listen(int fd, const FileAddress& address) {
 bool make_listener(int fd, const char* name) {
   const FileAddress address(name);
   if (bind_and_listen(fd, address)) return true;
-  // The name is taken. If nobody answers there, a process that died left it.
+  // The name is taken. If nobody answers there, a process that died left it. Any other file
+  // goes the same way.
   if (errno != EADDRINUSE || connect_to(fd, address) == 0) return false;
   std::remove(name);
   return bind_and_listen(fd, address);
@@ -100,7 +102,7 @@ void store_credentials(char* remote_addr, const ucred& peer) {
   std::snprintf(remote_addr, kSockaddrText, "%d %u %u", peer.pid, peer.uid, peer.gid);
 }
 
-// Logs a bad name under the operation's own.
+// Logs a name that is not valid.
 bool check_name(const char* operation, const char* name) {
   if (FileAddress::valid(name)) return true;
   ZEDIPC_IPC_LOG(kLogError, "Pipe::%s(): invalid pipe name '%s'\n", operation,
@@ -154,7 +156,7 @@ bool Pipe::connect(const char* name) {
   UniqueFd fd(make_socket("connect"));
   if (!fd.valid()) return false;
   if (connect_to(fd.get(), FileAddress(name)) == -1) {
-    // Without a socket close would leave the flags as they are; a failure here clears them.
+    // With a socket, so that close clears the flags, as it does not without one.
     d->fd.store(fd.release(), std::memory_order_release);
     close();
     ZEDIPC_IPC_LOG(kLogError, "Pipe::connect(): connect() to %s failed\n", name);
@@ -199,6 +201,7 @@ void Pipe::close() {
   const LogChannelScope scope(kLogIpc);
   IPC::close();
   std::string path;
+  // Also if another process has taken the name over.
   if (pipe_private()->take_path(path)) std::remove(path.c_str());
 }
 

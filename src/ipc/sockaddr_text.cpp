@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Socket addresses as text, as remote_addr() and local_addr() show them.
 #include "ipc/sockaddr_text.h"
 
 #include <arpa/inet.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The calls on descriptors that Pipe and TCP share.
 #include "ipc/socket.h"
 
 #include <poll.h>

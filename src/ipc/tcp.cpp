@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Channels over TCP: host names and ports, and how the socket comes to be.
 #include <zedipc/tcp.h>
 
 #include <fcntl.h>
@@ -82,7 +83,7 @@ int connect_to(int fd, const addrinfo& entry) {
   return connect_socket(fd, entry.ai_addr, entry.ai_addrlen);
 }
 
-// Whether a connection that is being made stands within the timeout.
+// Whether a connection that is under way is made within the timeout.
 bool await_connection(int fd, int timeout_msec) {
   pollfd pf{fd, POLLOUT, 0};
   int ready;

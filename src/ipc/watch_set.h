@@ -8,7 +8,7 @@
 #include <cstdlib>
 
 #ifdef __GLIBC__
-// The check behind the system's own FD_SET, which not every build type switches on.
+// The check in the system's own FD_SET, which not every build type switches on.
 // NOLINTNEXTLINE(bugprone-reserved-identifier,readability-redundant-declaration)
 extern "C" long __fdelt_chk(long fd);
 #endif
@@ -35,8 +35,8 @@ class WatchSet {
   int select() { return ::select(highest_ + 1, &set_, nullptr, nullptr, nullptr); }
 
  private:
-  // A set has room for FD_SETSIZE descriptors; beyond them there is no going on. The tests
-  // of this end with the process, before coverage is written.
+  // A set has room for FD_SETSIZE descriptors, and beyond them the process ends. The tests
+  // of this end with it, before coverage is written.
   static void check_range(int fd) {
     if (fd < FD_SETSIZE) return;
 #ifdef __GLIBC__
