@@ -172,8 +172,9 @@ void route_notification(const Session& session, Message& message) {
     broadcast(n, message.received_text());
     return;
   }
-  if (unicast(n, message.forward_text(session.identity))) return;
-  report_unicast_error(n, message.unicast_error_text(), message.reference());
+  if (unicast(n, message.forward_text(kTypeNotify, session.identity))) return;
+  const std::string error = message.forward_text(kTypeUnicastError, session.identity);
+  report_unicast_error(n, error, message.reference());
 }
 
 }  // namespace zedipc

@@ -25,21 +25,17 @@ bool is_remote(const IPC& ipc) {
 
 // Unknown messages, and what remote sessions may not ask for, are ignored without a word.
 void handle_message(const Session& session, Message& message) REQUIRES(server.server_lock) {
-  switch (message.type()) {
-    case MessageType::kNotify:
-      return route_notification(session, message);
-    case MessageType::kRegister:
-      return add_registration(session, message);
-    case MessageType::kUnregister:
-      return remove_registration(session, message);
-    case MessageType::kRegisterObserver:
-      if (!session.remote) add_observer(session);
-      return;
-    case MessageType::kUnregisterObserver:
-      if (!session.remote) remove_observer(session);
-      return;
-    default:
-      return;
+  const std::string& type = message.type();
+  if (type == kTypeNotify) {
+    route_notification(session, message);
+  } else if (type == kTypeRegister) {
+    add_registration(session, message);
+  } else if (type == kTypeUnregister) {
+    remove_registration(session, message);
+  } else if (type == kTypeRegisterObserver && !session.remote) {
+    add_observer(session);
+  } else if (type == kTypeUnregisterObserver && !session.remote) {
+    remove_observer(session);
   }
 }
 

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The walk over a notification's members.
-#include "protocol/envelope.h"
-
 #include <charconv>
 #include <cstddef>
 #include <string_view>
 
 #include "json/canonical.h"
 #include "json/cursor.h"
-#include "protocol/keys.h"
+#include "protocol/message.h"
 
 namespace zedipc {
 
@@ -42,15 +40,7 @@ struct MemberCursor : Cursor {
     value = text;
     return true;
   }
-
-  // The last member of a notification, since no key comes after "type".
-  bool last_member() {
-    return key(kKeyType) && skip('"') && skip(kTypeNotify) && skip("\"}") && at == end;
-  }
 };
-
-// The size of that member: the texts, four quotes, a colon and a brace.
-constexpr std::size_t kLastMember = sizeof kKeyType - 1 + sizeof kTypeNotify - 1 + 6;
 
 }  // namespace
 
@@ -70,11 +60,7 @@ bool Envelope::read(const std::string& text, JSObject& parameter_value) {
 }
 
 bool Envelope::read_head(const std::string& text) {
-  if (text.size() < kLastMember) return false;
-  const char* const end = text.data() + text.size();
-  if (!MemberCursor(end - kLastMember, end).last_member())
-    return false;  // the quick way out for others
-  MemberCursor cursor(text.data(), end);
+  MemberCursor cursor(text.data(), text.data() + text.size());
   const bool read = cursor.skip('{') && cursor.key(kKeyFlags) && cursor.number(flags) &&
                     cursor.skip(',') && cursor.key(kKeyFrom) && cursor.string(from) &&
                     cursor.skip(',') && cursor.key(kKeyNotification) &&
@@ -88,7 +74,10 @@ bool Envelope::read_tail(const std::string& text) {
   if (!cursor.skip(',')) return false;
   has_reference = cursor.key(kKeyReference);
   if (has_reference && !(cursor.number(reference) && cursor.skip(','))) return false;
-  return cursor.key(kKeyTo) && cursor.string(to) && cursor.skip(',') && cursor.last_member();
+  // No key comes after "type".
+  return cursor.key(kKeyTo) && cursor.string(to) && cursor.skip(',') && cursor.key(kKeyType) &&
+         cursor.skip('"') && cursor.skip(kTypeNotify) && cursor.skip("\"}") &&
+         cursor.at == cursor.end;
 }
 
 }  // namespace zedipc

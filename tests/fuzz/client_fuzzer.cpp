@@ -21,7 +21,6 @@
 #include "fuzz/notify_script.h"
 #include "notifyclient/client_state.h"
 #include "notifyclient/connection.h"
-#include "protocol/keys.h"
 #include "protocol/protocol.h"
 #include "support/raw_peer.h"
 

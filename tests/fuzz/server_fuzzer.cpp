@@ -25,7 +25,6 @@
 #include "notifyserver/rules.h"
 #include "notifyserver/server_state.h"
 #include "notifyserver/session.h"
-#include "protocol/keys.h"
 #include "protocol/protocol.h"
 #include "support/raw_peer.h"
 

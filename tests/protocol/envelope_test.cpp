@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Reading what stands around a notification's parameter.
-#include "protocol/envelope.h"
-
 #include <gtest/gtest.h>
 #include <zedipc/jsobject.h>
 
 #include <string>
+
+#include "protocol/message.h"
+
 using namespace zedipc;
 
 namespace {
