@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <string>
 
-#include "notifyserver/wildcard.h"
+#include "notifyserver/rules.h"
 
 namespace zedipc {
 
