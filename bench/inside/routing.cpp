@@ -2,13 +2,12 @@
 // Who of many receivers gets a notification: each has a name and a notification of its
 // own, on a session of its own, and the last one is meant. What is sent is thrown away.
 // The floor goes through a bare table.
-#include "notifyserver/routing.h"
-
 #include <memory>
 #include <vector>
 
 #include "inside.h"
 #include "ipc/ipc_private.h"
+#include "notifyserver/session.h"
 
 namespace {
 

@@ -5,11 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "notifyserver/registrations.h"
-#include "notifyserver/routing.h"
-#include "notifyserver/server_state.h"
 #include "protocol/idle.h"
-#include "protocol/message.h"
 #include "protocol/protocol.h"
 
 namespace zedipc {
@@ -24,7 +20,9 @@ bool is_remote(const IPC& ipc) {
 }
 
 // Unknown messages, and what remote sessions may not ask for, are ignored without a word.
-void handle_message(const Session& session, Message& message) REQUIRES(server.server_lock) {
+void handle_text(const Session& session, const std::string& received_text) {
+  Message message(received_text, Message::Parameter::kLeave);
+  const MutexLock lock(server.server_lock);
   const std::string& type = message.type();
   if (type == kTypeNotify) {
     route_notification(session, message);
@@ -37,12 +35,6 @@ void handle_message(const Session& session, Message& message) REQUIRES(server.se
   } else if (type == kTypeUnregisterObserver && !session.remote) {
     remove_observer(session);
   }
-}
-
-void handle_text(const Session& session, const std::string& received_text) {
-  Message message(received_text, Message::Parameter::kLeave);
-  const MutexLock lock(server.server_lock);
-  handle_message(session, message);
 }
 
 // False at the end of the stream and after a read error. A frame that was refused or that
