@@ -16,15 +16,6 @@ namespace {
 struct MemberCursor : Cursor {
   using Cursor::Cursor;
 
-  // Does not move if another member is there.
-  template <std::size_t size>
-  bool key(const char (&name)[size]) {
-    const char* const begin = at;
-    if (skip('"') && skip(name) && skip("\":")) return true;
-    at = begin;
-    return false;
-  }
-
   // A number without a sign, in canonical form.
   bool number(int& value) {
     const char* const begin = at;
@@ -61,22 +52,19 @@ bool Envelope::read(const std::string& text, JSObject& parameter_value) {
 
 bool Envelope::read_head(const std::string& text) {
   MemberCursor cursor(text.data(), text.data() + text.size());
-  const bool read = cursor.skip('{') && cursor.key(kKeyFlags) && cursor.number(flags) &&
-                    cursor.skip(',') && cursor.key(kKeyFrom) && cursor.string(from) &&
-                    cursor.skip(',') && cursor.key(kKeyNotification) &&
-                    cursor.string(notification) && cursor.skip(',') && cursor.key(kKeyParameter);
+  const bool read = cursor.skip(R"({"flags":)") && cursor.number(flags) &&
+                    cursor.skip(R"(,"from":)") && cursor.string(from) &&
+                    cursor.skip(R"(,"notification":)") && cursor.string(notification) &&
+                    cursor.skip(R"(,"parameter":)");
   parameter = cursor.at;
   return read;
 }
 
 bool Envelope::read_tail(const std::string& text) {
   MemberCursor cursor(parameter_end, text.data() + text.size());
-  if (!cursor.skip(',')) return false;
-  has_reference = cursor.key(kKeyReference);
-  if (has_reference && !(cursor.number(reference) && cursor.skip(','))) return false;
-  // No key comes after "type".
-  return cursor.key(kKeyTo) && cursor.string(to) && cursor.skip(',') && cursor.key(kKeyType) &&
-         cursor.skip('"') && cursor.skip(kTypeNotify) && cursor.skip("\"}") &&
+  has_reference = cursor.skip(R"(,"reference":)");
+  if (has_reference && !cursor.number(reference)) return false;
+  return cursor.skip(R"(,"to":)") && cursor.string(to) && cursor.skip(R"(,"type":"notify"})") &&
          cursor.at == cursor.end;
 }
 

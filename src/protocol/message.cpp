@@ -2,8 +2,6 @@
 // Writing and reading the seven messages.
 #include "protocol/message.h"
 
-#include <utility>
-
 #include "json/escape.h"
 #include "json/text_sink.h"
 
@@ -17,7 +15,7 @@ constexpr std::size_t kTypicalText = 256;
 constexpr std::size_t kAddedText = 40;
 
 void add(std::string& text, const char* key, const std::string& value) {
-  text.append(",\"").append(key).append("\":");
+  text.append(key);
   TextSink sink(text);
   put_quoted(sink, value);
   sink.flush();
@@ -28,31 +26,13 @@ void add(std::string& text, const char* key, const std::string& value) {
 std::string headline_text(const char* type, const Headline& headline, const JSObject* parameter) {
   std::string text;
   text.reserve(kTypicalText);
-  text.append("{\"").append(kKeyFlags).append("\":");
-  text.append(std::to_string(static_cast<std::int32_t>(headline.flags)));
-  add(text, kKeyFrom, headline.from);
-  add(text, kKeyNotification, headline.notification);
-  if (parameter != nullptr) {
-    text.append(",\"").append(kKeyParameter).append("\":");
-    parameter->dump(text);
-  }
-  add(text, kKeyTo, headline.to);
-  add(text, kKeyType, type);
+  text.append(R"({"flags":)").append(std::to_string(static_cast<std::int32_t>(headline.flags)));
+  add(text, R"(,"from":)", headline.from);
+  add(text, R"(,"notification":)", headline.notification);
+  if (parameter != nullptr) parameter->dump(text.append(R"(,"parameter":)"));
+  add(text, R"(,"to":)", headline.to);
+  add(text, R"(,"type":)", type);
   return text.append("}");
-}
-
-JSObject registration(const char* type, const std::string& to, const std::string& notification) {
-  JSObject message;
-  message(kKeyType) = type;
-  message(kKeyTo) = to;
-  message(kKeyNotification) = notification;
-  return message;
-}
-
-std::string text_of_type(const char* type) {
-  JSObject message;
-  message(kKeyType) = type;
-  return message.dump();
 }
 
 }  // namespace
@@ -67,18 +47,25 @@ std::string notify_observer_text(const Headline& headline) {
 
 std::string register_text(const std::string& to, const std::string& notification,
                           std::int32_t priority) {
-  JSObject message = registration(kTypeRegister, to, notification);
+  JSObject message;
+  message(kKeyNotification) = notification;
   message(kKeyPriority) = priority;
+  message(kKeyTo) = to;
+  message(kKeyType) = kTypeRegister;
   return message.dump();
 }
 
 std::string unregister_text(const std::string& to, const std::string& notification) {
-  return registration(kTypeUnregister, to, notification).dump();
+  JSObject message;
+  message(kKeyNotification) = notification;
+  message(kKeyTo) = to;
+  message(kKeyType) = kTypeUnregister;
+  return message.dump();
 }
 
-std::string register_observer_text() { return text_of_type(kTypeRegisterObserver); }
+std::string register_observer_text() { return R"({"type":"register_observer"})"; }
 
-std::string unregister_observer_text() { return text_of_type(kTypeUnregisterObserver); }
+std::string unregister_observer_text() { return R"({"type":"unregister_observer"})"; }
 
 Message::Message(const std::string& text, Parameter parameter) : text_(text) {
   if (parameter == Parameter::kLeave) {
@@ -133,8 +120,7 @@ std::string Message::forward_text(const char* type, std::int32_t identity) {
   result.append(text_, 0, ahead);
   if (!envelope_.has_reference) {
     envelope_.reference = identity;
-    result.append("\"").append(kKeyReference).append("\":");
-    result.append(std::to_string(identity)).append(",");
+    result.append(R"("reference":)").append(std::to_string(identity)).append(",");
   }
   result.append(text_, ahead, text_.size() - ahead - kLastText);
   return result.append(type).append("\"}");
