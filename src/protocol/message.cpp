@@ -48,18 +48,18 @@ std::string notify_observer_text(const Headline& headline) {
 std::string register_text(const std::string& to, const std::string& notification,
                           std::int32_t priority) {
   JSObject message;
-  message(kKeyNotification) = notification;
-  message(kKeyPriority) = priority;
-  message(kKeyTo) = to;
-  message(kKeyType) = kTypeRegister;
+  message("notification") = notification;
+  message("priority") = priority;
+  message("to") = to;
+  message("type") = kTypeRegister;
   return message.dump();
 }
 
 std::string unregister_text(const std::string& to, const std::string& notification) {
   JSObject message;
-  message(kKeyNotification) = notification;
-  message(kKeyTo) = to;
-  message(kKeyType) = kTypeUnregister;
+  message("notification") = notification;
+  message("to") = to;
+  message("type") = kTypeUnregister;
   return message.dump();
 }
 
@@ -73,7 +73,7 @@ Message::Message(const std::string& text, Parameter parameter) : text_(text) {
   } else if (!envelope_.read(text, parameter_.emplace())) {
     parameter_.reset();
   }
-  type_ = has_envelope() ? kTypeNotify : value()(kKeyType).getString();
+  type_ = has_envelope() ? kTypeNotify : value()("type").getString();
 }
 
 JSObject& Message::value() {
@@ -83,23 +83,23 @@ JSObject& Message::value() {
 
 Headline Message::headline() {
   if (!has_envelope()) {
-    envelope_.from = value()(kKeyFrom).getString();
-    envelope_.to = value()(kKeyTo).getString();
-    envelope_.notification = value()(kKeyNotification).getString();
-    envelope_.flags = value()(kKeyFlags).getInt();
+    envelope_.from = value()("from").getString();
+    envelope_.to = value()("to").getString();
+    envelope_.notification = value()("notification").getString();
+    envelope_.flags = value()("flags").getInt();
   }
   return {envelope_.from, envelope_.to, envelope_.notification,
           static_cast<unsigned int>(envelope_.flags)};
 }
 
-std::string Message::to() { return value()(kKeyTo).getString(); }
+std::string Message::to() { return value()("to").getString(); }
 
-std::string Message::notification() { return value()(kKeyNotification).getString(); }
+std::string Message::notification() { return value()("notification").getString(); }
 
-std::int32_t Message::priority() { return value()(kKeyPriority).getInt(); }
+std::int32_t Message::priority() { return value()("priority").getInt(); }
 
 JSObject& Message::parameter() {
-  return parameter_.has_value() ? *parameter_ : value()(kKeyParameter);
+  return parameter_.has_value() ? *parameter_ : value()("parameter");
 }
 
 std::string Message::parameter_text() {
@@ -109,8 +109,8 @@ std::string Message::parameter_text() {
 
 std::string Message::forward_text(const char* type, std::int32_t identity) {
   if (!is_canonical_) {
-    if (!value().exists(kKeyReference)) value()(kKeyReference) = identity;
-    value()(kKeyType) = type;
+    if (!value().exists("reference")) value()("reference") = identity;
+    value()("type") = type;
     return text();
   }
   constexpr std::size_t kLastText = sizeof kTypeNotify - 1 + 2;  // a quote and a brace
@@ -127,7 +127,7 @@ std::string Message::forward_text(const char* type, std::int32_t identity) {
 }
 
 std::int32_t Message::reference() {
-  return is_canonical_ ? envelope_.reference : value()(kKeyReference).getInt();
+  return is_canonical_ ? envelope_.reference : value()("reference").getInt();
 }
 
 std::string Message::text() { return value().dump(); }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the notification server and its clients agree on, and the words of the messages, which
+// What the notification server and its clients agree on besides the form of the messages, which
 // docs/protocol.md describes and message.h reads and writes.
 #pragma once
 
@@ -23,15 +23,5 @@ inline constexpr char kTypeRegisterObserver[] = "register_observer";
 inline constexpr char kTypeUnregisterObserver[] = "unregister_observer";
 inline constexpr char kTypeNotifyObserver[] = "notify_observer";
 inline constexpr char kTypeUnicastError[] = "unicast_error";
-
-// The keys, which are written in ascending order: "type" comes last.
-inline constexpr char kKeyType[] = "type";
-inline constexpr char kKeyFrom[] = "from";
-inline constexpr char kKeyTo[] = "to";
-inline constexpr char kKeyNotification[] = "notification";
-inline constexpr char kKeyParameter[] = "parameter";
-inline constexpr char kKeyFlags[] = "flags";
-inline constexpr char kKeyPriority[] = "priority";
-inline constexpr char kKeyReference[] = "reference";
 
 }  // namespace zedipc

@@ -172,7 +172,7 @@ class Peer {
       // An infinity, which the writer has no better word for, ends the text for readers.
       const bool cut = text.find("inf") != std::string::npos;
       require(kind_of(message) == Kind::kObject, "a message is an object");
-      require(cut || is_known_type(member(message, kKeyType)), "a message has a type");
+      require(cut || is_known_type(member(message, "type")), "a message has a type");
     }
     received_.clear();
   }
