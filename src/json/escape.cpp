@@ -36,32 +36,20 @@ bool needs_escape(char byte) {
   return static_cast<unsigned char>(byte) < 0x20 || byte == '"' || byte == '\\';
 }
 
-// The letter after the backslash for a byte that has a short escape, else 0.
-char short_escape(char byte) {
-  switch (byte) {
-    case '\b':
-      return 'b';
-    case '\t':
-      return 't';
-    case '\n':
-      return 'n';
-    case '\f':
-      return 'f';
-    case '\r':
-      return 'r';
-    case '"':
-    case '\\':
-      return byte;
-    default:
-      return 0;
-  }
-}
+// A byte with an escape of one letter, and the letter.
+struct ShortEscape {
+  char byte;
+  char letter;
+};
+constexpr ShortEscape kShortEscapes[] = {{'"', '"'},  {'\\', '\\'}, {'\n', 'n'}, {'\t', 't'},
+                                         {'\r', 'r'}, {'\b', 'b'},  {'\f', 'f'}};
 
 char* write_escape(char* to, char byte) {
   static const char kDigits[] = "0123456789ABCDEF";
   *to++ = '\\';
-  if (const char letter = short_escape(byte)) {
-    *to++ = letter;
+  for (const ShortEscape& escape : kShortEscapes) {
+    if (escape.byte != byte) continue;
+    *to++ = escape.letter;
     return to;
   }
   *to++ = 'u';
@@ -149,20 +137,10 @@ char* write_utf8(char* to, unsigned long unit) {
 
 // The byte that a single letter stands for; any other stands for itself.
 char single_escape(char letter) {
-  switch (letter) {
-    case 'b':
-      return '\b';
-    case 'f':
-      return '\f';
-    case 'n':
-      return '\n';
-    case 'r':
-      return '\r';
-    case 't':
-      return '\t';
-    default:
-      return letter;
+  for (const ShortEscape& escape : kShortEscapes) {
+    if (escape.letter == letter) return escape.byte;
   }
+  return letter;
 }
 
 }  // namespace
