@@ -33,35 +33,27 @@ struct MemberCursor : Cursor {
   }
 };
 
+// Null if nothing can be read.
+const char* read_value(const char* begin, JSObject& value) {
+  const int size = value.parse(begin);
+  // The parser may have counted a terminator as the last letter of a word.
+  return size <= 0 || begin[size - 1] == '\0' ? nullptr : begin + size;
+}
+
 }  // namespace
 
-bool Envelope::read(const std::string& text) {
-  if (!read_head(text)) return false;
-  parameter_end = end_of_canonical(parameter, text.data() + text.size());
-  return parameter_end != nullptr && read_tail(text);
-}
-
-bool Envelope::read(const std::string& text, JSObject& parameter_value) {
-  if (!read_head(text)) return false;
-  const int size = parameter_value.parse(parameter);
-  // The parser may have counted a terminator as the last letter of a word.
-  if (size <= 0 || parameter[size - 1] == '\0') return false;
-  parameter_end = parameter + size;
-  return read_tail(text);
-}
-
-bool Envelope::read_head(const std::string& text) {
+bool Envelope::read(const std::string& text, JSObject* parameter_value) {
   MemberCursor cursor(text.data(), text.data() + text.size());
-  const bool read = cursor.skip(R"({"flags":)") && cursor.number(flags) &&
-                    cursor.skip(R"(,"from":)") && cursor.string(from) &&
-                    cursor.skip(R"(,"notification":)") && cursor.string(notification) &&
-                    cursor.skip(R"(,"parameter":)");
+  if (!(cursor.skip(R"({"flags":)") && cursor.number(flags) && cursor.skip(R"(,"from":)") &&
+        cursor.string(from) && cursor.skip(R"(,"notification":)") && cursor.string(notification) &&
+        cursor.skip(R"(,"parameter":)"))) {
+    return false;
+  }
   parameter = cursor.at;
-  return read;
-}
-
-bool Envelope::read_tail(const std::string& text) {
-  MemberCursor cursor(parameter_end, text.data() + text.size());
+  parameter_end = parameter_value == nullptr ? end_of_canonical(parameter, cursor.end)
+                                             : read_value(parameter, *parameter_value);
+  if (parameter_end == nullptr) return false;
+  cursor.at = parameter_end;
   has_reference = cursor.skip(R"(,"reference":)");
   if (has_reference && !cursor.number(reference)) return false;
   return cursor.skip(R"(,"to":)") && cursor.string(to) && cursor.skip(R"(,"type":"notify"})") &&

@@ -70,7 +70,7 @@ std::string unregister_observer_text() { return R"({"type":"unregister_observer"
 Message::Message(const std::string& text, Parameter parameter) : text_(text) {
   if (parameter == Parameter::kLeave) {
     is_canonical_ = envelope_.read(text);
-  } else if (!envelope_.read(text, parameter_.emplace())) {
+  } else if (!envelope_.read(text, &parameter_.emplace())) {
     parameter_.reset();
   }
   type_ = has_envelope() ? kTypeNotify : value()("type").getString();

@@ -42,16 +42,9 @@ struct Envelope {
   bool has_reference = false;
   int reference = 0;
 
-  // Reads a text in canonical form. False for any other.
-  bool read(const std::string& text);
-
-  // Reads a text in canonical form but for the parameter, which is read too, whatever its
-  // form. False for any other; the parameter is of no use then.
-  bool read(const std::string& text, JSObject& parameter_value);
-
- private:
-  bool read_head(const std::string& text);
-  bool read_tail(const std::string& text);
+  // Reads a text in canonical form. With a place for the parameter's value, this is read too,
+  // whatever its form. False for any other text; the value is of no use then.
+  bool read(const std::string& text, JSObject* parameter_value = nullptr);
 };
 
 // A message that came in. Most notifications are read without building a value for the whole
