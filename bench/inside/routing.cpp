@@ -2,13 +2,12 @@
 // Who of many receivers gets a notification: each has its own name, notification and
 // session, and the last one is addressed. What is sent is thrown away. The floor searches a
 // bare table.
-#include "notifyserver/routing.h"
-
 #include <memory>
 #include <vector>
 
 #include "inside.h"
 #include "ipc/ipc_private.h"
+#include "notifyserver/session.h"
 
 namespace {
 

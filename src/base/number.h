@@ -3,6 +3,7 @@
 // language leaves the result open or the width to the host.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
@@ -12,14 +13,9 @@ namespace zedipc {
 // In base 10, as strtol does it where a long has 32 bits: it takes leading white space and a
 // sign, anything else ends the number, and beyond the range it gives the nearest limit.
 inline std::int32_t text_to_int32(const char* text) {
+  using Limits = std::numeric_limits<std::int32_t>;
   const long long value = std::strtoll(text, nullptr, 10);
-  if (value > std::numeric_limits<std::int32_t>::max()) {
-    return std::numeric_limits<std::int32_t>::max();
-  }
-  if (value < std::numeric_limits<std::int32_t>::min()) {
-    return std::numeric_limits<std::int32_t>::min();
-  }
-  return static_cast<std::int32_t>(value);
+  return static_cast<std::int32_t>(std::clamp<long long>(value, Limits::min(), Limits::max()));
 }
 
 // Cuts towards zero; NaN gives 0.

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
-// Writes strings with their escapes, eight bytes at a time where none is needed.
+// Writes strings with their escapes, eight bytes at a time where none is needed, and undoes
+// escapes in one pass.
 #include "json/escape.h"
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
-#include <iterator>
 
 namespace zedipc {
 
@@ -35,32 +36,20 @@ bool needs_escape(char byte) {
   return static_cast<unsigned char>(byte) < 0x20 || byte == '"' || byte == '\\';
 }
 
-// The letter after the backslash for a byte that has a short escape, else 0.
-char short_escape(char byte) {
-  switch (byte) {
-    case '\b':
-      return 'b';
-    case '\t':
-      return 't';
-    case '\n':
-      return 'n';
-    case '\f':
-      return 'f';
-    case '\r':
-      return 'r';
-    case '"':
-    case '\\':
-      return byte;
-    default:
-      return 0;
-  }
-}
+// A byte with an escape of one letter, and the letter.
+struct ShortEscape {
+  char byte;
+  char letter;
+};
+constexpr ShortEscape kShortEscapes[] = {{'"', '"'},  {'\\', '\\'}, {'\n', 'n'}, {'\t', 't'},
+                                         {'\r', 'r'}, {'\b', 'b'},  {'\f', 'f'}};
 
 char* write_escape(char* to, char byte) {
   static const char kDigits[] = "0123456789ABCDEF";
   *to++ = '\\';
-  if (const char letter = short_escape(byte)) {
-    *to++ = letter;
+  for (const ShortEscape& escape : kShortEscapes) {
+    if (escape.byte != byte) continue;
+    *to++ = escape.letter;
     return to;
   }
   *to++ = 'u';
@@ -122,6 +111,38 @@ char* write_escaped(char* to, const char* from, const char* end) {
   return to;
 }
 
+// The number in `count` (at most four) bytes, up to the first that strtoul does not take.
+// It takes a sign and leading blanks, and that is behaviour.
+unsigned long read_digits(const char* from, std::size_t count, int base) {
+  const std::string digits(from, count);
+  return std::strtoul(digits.c_str(), nullptr, base);
+}
+
+// Writes one UTF-16 unit as UTF-8 and gives the end of it. The halves of a surrogate pair
+// become a sequence of three bytes each, on purpose.
+char* write_utf8(char* to, unsigned long unit) {
+  const auto tail = [](unsigned long bits) { return static_cast<char>(0x80 | (bits & 0x3F)); };
+  if (unit < 0x80) {
+    *to++ = static_cast<char>(unit);
+  } else if (unit < 0x800) {
+    *to++ = static_cast<char>(0xC0 | (unit >> 6));
+    *to++ = tail(unit);
+  } else {
+    *to++ = static_cast<char>(0xE0 | (unit >> 12));
+    *to++ = tail(unit >> 6);
+    *to++ = tail(unit);
+  }
+  return to;
+}
+
+// The byte that a single letter stands for; any other stands for itself.
+char single_escape(char letter) {
+  for (const ShortEscape& escape : kShortEscapes) {
+    if (escape.letter == letter) return escape.byte;
+  }
+  return letter;
+}
+
 }  // namespace
 
 const char* find_escaped(const char* from, const char* end) {
@@ -130,9 +151,7 @@ const char* find_escaped(const char* from, const char* end) {
 }
 
 bool is_short_escape(char letter) {
-  const auto gives_letter = [letter](char byte) { return short_escape(byte) == letter; };
-  static constexpr char kEscaped[] = {'\b', '\t', '\n', '\f', '\r', '"', '\\'};
-  return std::any_of(std::begin(kEscaped), std::end(kEscaped), gives_letter);
+  return letter == '"' || letter == '\\' || single_escape(letter) != letter;
 }
 
 void put_quoted(TextSink& out, const std::string& text) {
@@ -151,6 +170,33 @@ void put_quoted(TextSink& out, const std::string& text) {
     }
   }
   out.put('"');
+}
+
+// No escape is shorter than what it stands for, so the text can be overwritten from its
+// start while it is read.
+void unescape_string(std::string& text) {
+  const char* from = text.data();
+  const char* const end = from + text.size();
+  char* to = text.data();
+  while (from != end) {
+    if (*from != '\\' || end - from < 2) {
+      *to++ = *from++;
+      continue;
+    }
+    const char letter = from[1];
+    const auto behind = end - from - 2;  // bytes after the letter
+    if (letter >= '0' && letter <= '7' && behind >= 2) {
+      *to++ = static_cast<char>(read_digits(from + 1, 3, 8));
+      from += 4;
+    } else if (letter == 'u' && behind >= 4) {
+      to = write_utf8(to, read_digits(from + 2, 4, 16));
+      from += 6;
+    } else {
+      *to++ = single_escape(letter);
+      from += 2;
+    }
+  }
+  text.resize(static_cast<std::size_t>(to - text.data()));
 }
 
 }  // namespace zedipc

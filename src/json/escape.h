@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A string as JSON text.
+// A string as JSON text, and back.
 #pragma once
 
 #include <string>
@@ -18,5 +18,11 @@ const char* find_escaped(const char* from, const char* end);
 
 // Whether some byte is written as a backslash and this letter.
 bool is_short_escape(char letter);
+
+// Undoes the escapes of `text` in place. Besides JSON's own it knows a byte by
+// three octal digits. Nothing is refused: an escape that is unknown or cut off gives
+// the byte after the backslash, and a number ends at the first byte that is no digit,
+// although all its three or four bytes are taken.
+void unescape_string(std::string& text);
 
 }  // namespace zedipc

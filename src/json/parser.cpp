@@ -10,8 +10,8 @@
 #include <zedipc/jsobject.h>
 
 #include "base/decimal.h"
+#include "json/escape.h"
 #include "json/small_stack.h"
-#include "json/unescape.h"
 
 namespace zedipc {
 
@@ -106,9 +106,9 @@ struct JSObject::Parser {
       case '"':
         return string(value);
       case '{':
-        return object(value);
+        return container(value, kObject, '}');
       case '[':
-        return array(value);
+        return container(value, kArray, ']');
       default:
         return *at == '-' || is_digit(*at) ? number(value) : word(value);
     }
@@ -218,20 +218,11 @@ struct JSObject::Parser {
     return negative ? -result : result;
   }
 
-  Outcome array(JSObject& value) {
-    value.setKind(kArray);
+  Outcome container(JSObject& value, Kind kind, char end) {
+    value.setKind(kind);
     ++at;
     skip_space();
-    if (*at == ']') return close();
-    open.push(&value);
-    return kOpened;
-  }
-
-  Outcome object(JSObject& value) {
-    value.setKind(kObject);
-    ++at;
-    skip_space();
-    if (*at == '}') return close();
+    if (*at == end) return close();
     open.push(&value);
     return kOpened;
   }

@@ -8,7 +8,6 @@
 #include <zedipc/jsobject.h>
 
 #include "base/number.h"
-#include "json/tree.h"
 
 namespace zedipc {
 

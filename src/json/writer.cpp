@@ -11,21 +11,6 @@
 
 namespace zedipc {
 
-namespace {
-
-constexpr std::size_t kIntegerText = 11;  // the lowest integer, with its sign
-
-void put_integer(TextSink& out, std::int32_t number) {
-  char* const to = out.room(kIntegerText);
-  out.advance(std::to_chars(to, to + kIntegerText, number).ptr);
-}
-
-void put_double(TextSink& out, double number) {
-  out.advance(double_to_text(out.room(kDoubleText), number));
-}
-
-}  // namespace
-
 // One walk over one value. Containers that are not closed yet wait on a stack of our own,
 // so that nesting takes none of the thread's.
 struct JSObject::Writer {
@@ -111,6 +96,12 @@ struct JSObject::Writer {
     return filter(key);
   }
 
+  void integer(std::int32_t number) {
+    constexpr std::size_t kLongest = 11;  // the lowest one, with its sign
+    char* const to = out.room(kLongest);
+    out.advance(std::to_chars(to, to + kLongest, number).ptr);
+  }
+
   void scalar(const JSObject& value) {
     switch (value.kind()) {
       case kNull:
@@ -123,10 +114,10 @@ struct JSObject::Writer {
         put_quoted(out, value.string_value_);
         break;
       case kInteger:
-        put_integer(out, value.long_value_);
+        integer(value.long_value_);
         break;
       case kDouble:
-        put_double(out, value.double_value_);
+        out.advance(double_to_text(out.room(kDoubleText), value.double_value_));
         break;
       default:
         break;

@@ -8,14 +8,13 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
-#include <string>
 
 #include "base/mutex.h"
 #include "base/number.h"
-#include "log/env.h"
 #include "log/log_library.h"
 
 namespace zedipc {
@@ -31,6 +30,7 @@ constexpr std::size_t kLineText = 1024;  // longer lines take memory from the he
 // Set at the end of dbg_log_init. Whoever finds it set reads what that wrote without a lock.
 std::atomic<bool> initialised{false};
 Mutex log_lock;  // dbg_log_init, and each line
+Mutex env_lock;  // the environment
 // The levels that come out, as bits, for each channel; all where the log library decides.
 std::uint32_t level_masks[kLogChannels] = {};
 
@@ -171,6 +171,16 @@ const char* pid_text(char* buffer) {
 void monotonic_now(timespec& t) {
   t = timespec();
   clock_gettime(CLOCK_MONOTONIC, &t);
+}
+
+bool env_lookup(const char* name, std::string& value) {
+  value.clear();
+  if (name == nullptr) return false;
+  const MutexLock lock(env_lock);
+  const char* const text = std::getenv(name);
+  if (text == nullptr) return false;
+  value = text;
+  return true;
 }
 
 }  // namespace zedipc

@@ -8,6 +8,7 @@
 #include <time.h>
 
 #include <cstdarg>
+#include <string>
 
 namespace zedipc {
 
@@ -52,6 +53,11 @@ void dbg_log_init();
 const char* pid_text(char* buffer);
 
 void monotonic_now(timespec& t);
+
+// Copies an environment variable to `value`. If the variable is not set this gives false
+// and an empty `value`; one that is set to nothing counts as set. Safe on several threads,
+// as long as none changes the environment meanwhile.
+bool env_lookup(const char* name, std::string& value);
 
 // Sets the thread's channel for a scope. Every public entry point of the library
 // that can log has one, so that what runs below it logs as its layer.

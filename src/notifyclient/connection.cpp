@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "base/thread.h"
-#include "log/env.h"
+#include "log/log.h"
 #include "notifyclient/restoration.h"
 #include "protocol/message.h"
 #include "protocol/protocol.h"

@@ -131,15 +131,12 @@ void handle_observation(Message& message) {
 
 void handle_text(Connection& connection, const std::string& text) {
   Message message(text, Message::Parameter::kRead);
-  switch (message.type()) {
-    case MessageType::kNotify:
-      return handle_notification(connection, message);
-    case MessageType::kUnicastError:
-      return handle_unicast_error(connection, message);
-    case MessageType::kNotifyObserver:
-      return handle_observation(message);
-    default:
-      return;
+  if (message.type() == kTypeNotify) {
+    handle_notification(connection, message);
+  } else if (message.type() == kTypeUnicastError) {
+    handle_unicast_error(connection, message);
+  } else if (message.type() == kTypeNotifyObserver) {
+    handle_observation(message);
   }
 }
 

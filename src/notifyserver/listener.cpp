@@ -84,22 +84,16 @@ int start(std::optional<TCP>& listener, const char* config_file) {
   return 0;
 }
 
-// Null on a failure. Too little memory is one, as too few descriptors are: an exception would
-// end this server and leave the process unable to start another.
-IPC* try_accept(TCP& listener) {
-  try {
-    return listener.accept(-1);
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-
 // The next peer. A single failure may be that peer's own, so the next attempt follows at
 // once. Failures in a row mean that something is lacking: pause longer and longer until it
-// is there.
+// is there. An exception would end this server and leave the process unable to start another.
 IPC* accept_next(TCP& listener) {
   for (std::chrono::milliseconds pause(0);; pause = std::min(2 * pause + 1ms, kLongestPause)) {
-    if (IPC* const session = try_accept(listener)) return session;
+    try {
+      if (IPC* const session = listener.accept(-1)) return session;
+    } catch (const std::bad_alloc&) {
+      // Too little memory is a failure as too few descriptors are.
+    }
     std::this_thread::sleep_for(pause);
   }
 }

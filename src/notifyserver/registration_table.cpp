@@ -6,29 +6,14 @@
 
 namespace zedipc {
 
-namespace {
-
-std::size_t hash_of_row(const std::string& to, const std::string& notification, const IPC* ipc) {
-  constexpr std::size_t kFactor = 31;  // keeps the order of the three
-  const std::size_t names =
-      Registration::hash_of(to) * kFactor + Registration::hash_of(notification);
-  return names * kFactor + std::hash<const IPC*>()(ipc);
-}
-
-}  // namespace
-
 Registration* RegistrationTable::find(const std::string& to, const std::string& notification,
-                                      const IPC* ipc) {
-  auto [at, end] = index_.equal_range(hash_of_row(to, notification, ipc));
-  for (; at != end; ++at) {
-    Registration& row = rows_[at->second];
-    if (row.ipc == ipc && row.to == to && row.notification == notification) return &row;
-  }
-  return nullptr;
+                                      IPC* ipc) {
+  const auto found = index_.find({ipc, to, notification});
+  return found == index_.end() ? nullptr : &rows_[found->second];
 }
 
 void RegistrationTable::add(Registration row) {
-  index_.emplace(hash_of_row(row.to, row.notification, row.ipc), rows_.size());
+  index_.emplace(Key(row.ipc, row.to, row.notification), rows_.size());
   if (row.remote) ++remote_rows_;
   rows_.push_back(std::move(row));
 }
@@ -46,10 +31,7 @@ void RegistrationTable::remove_session(const IPC* ipc) {
 }
 
 void RegistrationTable::bury(Registration& row) {
-  const auto place = static_cast<std::size_t>(&row - rows_.data());
-  auto at = index_.equal_range(hash_of_row(row.to, row.notification, row.ipc)).first;
-  while (at->second != place) ++at;
-  index_.erase(at);
+  index_.erase({row.ipc, row.to, row.notification});
   if (row.remote) --remote_rows_;
   row = Registration();
   ++removed_;

@@ -5,8 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
-#include <unordered_map>
+#include <tuple>
 #include <vector>
 
 #include <zedipc/ipc.h>
@@ -27,8 +28,8 @@ struct Registration {
   static std::size_t hash_of(const std::string& name) { return std::hash<std::string>()(name); }
 };
 
-// The rows in the order in which they were added. Finding, adding and removing one takes the
-// same time however many there are.
+// The rows in the order in which they were added. Finding, adding and removing one takes
+// little more time where there are many.
 class RegistrationTable {
  public:
   // In order. A removed row stays, as one without a session, until there are more such rows
@@ -39,7 +40,7 @@ class RegistrationTable {
   [[nodiscard]] std::int32_t remote_rows() const { return remote_rows_; }
 
   // Null if there is none. Valid until rows are added or removed.
-  Registration* find(const std::string& to, const std::string& notification, const IPC* ipc);
+  Registration* find(const std::string& to, const std::string& notification, IPC* ipc);
   // A row that is not there yet.
   void add(Registration row);
   // A row that find gave.
@@ -47,11 +48,13 @@ class RegistrationTable {
   void remove_session(const IPC* ipc);
 
  private:
+  using Key = std::tuple<IPC*, std::string, std::string>;
+
   void bury(Registration& row);
   void compact();
 
   std::vector<Registration> rows_;
-  std::unordered_multimap<std::size_t, std::size_t> index_;  // hash of a row to its place
+  std::map<Key, std::size_t> index_;  // the place of each row
   std::size_t removed_ = 0;
   std::int32_t remote_rows_ = 0;
 };

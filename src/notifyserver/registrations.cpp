@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Handling of the messages by which clients register and observe.
-#include "notifyserver/registrations.h"
-
+// What clients tell the server about themselves: what they receive, and whether they observe.
 #include <algorithm>
 #include <string>
 
-#include "notifyserver/wildcard.h"
+#include "notifyserver/session.h"
 
 namespace zedipc {
 
@@ -14,6 +12,8 @@ namespace {
 // Of all remote sessions together, so that they cannot fill the memory. Nobody is told
 // when this refuses a row, not even the log.
 constexpr std::int32_t kMaxRemoteRegistrations = 256;
+
+const char* place_name(bool remote) { return remote ? "remote" : "local"; }
 
 // Whether any rule lets the notification leave the machine, whoever sends it to whomever.
 bool may_leave(const std::string& notification) REQUIRES(server.server_lock) {

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Whom a notification goes to: rules, receivers, observers, and the sender if nobody takes it.
-#include "notifyserver/routing.h"
-
 #include <limits>
 #include <set>
 #include <string>
 
+#include "notifyserver/session.h"
 #include "protocol/protocol.h"
 
 namespace zedipc {
@@ -54,6 +53,17 @@ bool is_called(const Registration& row, const Notification& n) {
   return row.name_hash == n.name_hash && row.ipc != nullptr && row.notification == n.notification;
 }
 
+// What became of the notification for one row.
+void log_row(unsigned level, const char* what, const Notification& n, const Registration& row,
+             const char* outcome) {
+  ZEDIPC_SERVER_LOG(level, "handle_client(): %s notification '%s' to '%s' (ipc=%p) %s\n", what,
+                    n.notification.c_str(), row.to.c_str(), static_cast<void*>(row.ipc), outcome);
+}
+
+const char* failure(const Registration& row) {
+  return row.ipc->eof() ? "failed (EOF)" : "failed (ERROR)";
+}
+
 // Each session gets the text once, and only one attempt is made: its further rows count as
 // served even if that failed. Observers hear of each row. The rules come before the name, so
 // that the log has a line for every remote row.
@@ -67,26 +77,17 @@ void broadcast(const Notification& n, const std::string& received_text)
   }
   std::set<IPC*> served;
   for (const Registration& row : server.registrations.rows()) {
-    void* const address = row.ipc;
     if (row.remote && n.outbound_blocked) {
-      ZEDIPC_SERVER_LOG(kLogNote,
-                        "handle_client(): broadcast notification '%s' to '%s' (ipc=%p) blocked by "
-                        "outbound configuration\n",
-                        n.notification.c_str(), row.to.c_str(), address);
+      log_row(kLogNote, "broadcast", n, row, "blocked by outbound configuration");
       continue;
     }
     if (!is_called(row, n)) continue;
     if (served.insert(row.ipc).second) {
       if (!send(row.ipc, received_text)) {
-        ZEDIPC_SERVER_LOG(
-            kLogError,
-            "handle_client(): broadcast notification '%s' to '%s' (ipc=%p) failed (%s)\n",
-            n.notification.c_str(), row.to.c_str(), address, failure_name(row.ipc));
+        log_row(kLogError, "broadcast", n, row, failure(row));
         continue;
       }
-      ZEDIPC_SERVER_LOG(
-          kLogInfo, "handle_client(): broadcast notification '%s' to '%s' (ipc=%p) successful\n",
-          n.notification.c_str(), row.to.c_str(), address);
+      log_row(kLogInfo, "broadcast", n, row, "successful");
     }
     notify_observers(n, row);
   }
@@ -100,10 +101,7 @@ const Registration* find_best(const Notification& n) REQUIRES(server.server_lock
   std::int32_t best_priority = std::numeric_limits<std::int32_t>::min();
   for (const Registration& row : server.registrations.rows()) {
     if (row.remote && n.outbound_blocked) {
-      ZEDIPC_SERVER_LOG(kLogNote,
-                        "handle_client(): unicast notification '%s' to '%s' (ipc=%p) blocked by "
-                        "outbound configuration\n",
-                        n.notification.c_str(), row.to.c_str(), static_cast<void*>(row.ipc));
+      log_row(kLogNote, "unicast", n, row, "blocked by outbound configuration");
       continue;
     }
     if (!is_called(row, n) || (!any_receiver && row.to != n.to)) continue;
@@ -124,21 +122,21 @@ const Registration* find_best(const Notification& n) REQUIRES(server.server_lock
 
 // Writes to the best row, and to the next best where that fails: a failed write
 // leaves the session's error state set, by which the next search passes over it.
-bool deliver(const Notification& n, const std::string& text) REQUIRES(server.server_lock) {
+// False if nobody took it: the sender has to be told.
+bool unicast(const Notification& n, const std::string& text) REQUIRES(server.server_lock) {
+  if (n.inbound_blocked) {
+    ZEDIPC_SERVER_LOG(
+        kLogNote, "handle_client(): unicast notification '%s' blocked by inbound configuration\n",
+        n.notification.c_str());
+    return false;
+  }
   while (const Registration* const best = find_best(n)) {
-    void* const address = best->ipc;
     if (send(best->ipc, text)) {
       notify_observers(n, *best);
-      ZEDIPC_SERVER_LOG(
-          kLogInfo,
-          "handle_client(): delivery of unicast notification '%s' to '%s' (ipc=%p) successful\n",
-          n.notification.c_str(), best->to.c_str(), address);
+      log_row(kLogInfo, "delivery of unicast", n, *best, "successful");
       return true;
     }
-    ZEDIPC_SERVER_LOG(
-        kLogError,
-        "handle_client(): delivery of unicast notification '%s' to '%s' (ipc=%p) failed (%s)\n",
-        n.notification.c_str(), best->to.c_str(), address, failure_name(best->ipc));
+    log_row(kLogError, "delivery of unicast", n, *best, failure(*best));
   }
   return false;
 }
@@ -155,15 +153,6 @@ void report_unicast_error(const Notification& n, const std::string& text, std::i
                     n.from.c_str(), static_cast<void*>(sender->second), n.notification.c_str());
 }
 
-// False if nobody took it: the sender has to be told.
-bool unicast(const Notification& n, const std::string& text) REQUIRES(server.server_lock) {
-  if (!n.inbound_blocked) return deliver(n, text);
-  ZEDIPC_SERVER_LOG(kLogNote,
-                    "handle_client(): unicast notification '%s' blocked by inbound configuration\n",
-                    n.notification.c_str());
-  return false;
-}
-
 }  // namespace
 
 void route_notification(const Session& session, Message& message) {
@@ -172,8 +161,9 @@ void route_notification(const Session& session, Message& message) {
     broadcast(n, message.received_text());
     return;
   }
-  if (unicast(n, message.forward_text(session.identity))) return;
-  report_unicast_error(n, message.unicast_error_text(), message.reference());
+  if (unicast(n, message.forward_text(kTypeNotify, session.identity))) return;
+  const std::string error = message.forward_text(kTypeUnicastError, session.identity);
+  report_unicast_error(n, error, message.reference());
 }
 
 }  // namespace zedipc

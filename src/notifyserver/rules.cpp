@@ -6,8 +6,6 @@
 #include <tuple>
 #include <utility>
 
-#include "notifyserver/wildcard.h"
-
 namespace zedipc {
 
 namespace {
@@ -29,6 +27,15 @@ bool is_blank_or_comment(const std::string& line) {
   const std::size_t first = line.find_first_not_of(' ');
   return first == std::string::npos || line[first] == '#' || line[first] == '\0';
 }
+
+// Whether a step of the pattern that is no star matches the byte. A step is one byte
+// long, or two with a backslash.
+bool matches_byte(const char* pattern, char byte) {
+  if (*pattern == '\\') ++pattern;
+  return *pattern != '\0' && *pattern == byte;
+}
+
+const char* next_step(const char* pattern) { return pattern + (*pattern == '\\' ? 2 : 1); }
 
 }  // namespace
 
@@ -81,6 +88,31 @@ bool parse_config(const std::string& text, RuleSet& inbound, RuleSet& outbound) 
     rules.insert({std::move(line.words[1]), std::move(line.words[2]), std::move(line.words[3])});
   }
   return true;
+}
+
+// Only the last star has to be reconsidered: whatever an earlier one could take
+// instead, the last one can take too.
+bool wildcard_match(const char* pattern, const char* text) {
+  const char* star = nullptr;       // the pattern after the last star met
+  const char* star_text = nullptr;  // the text after what that star takes
+  while (*text != '\0') {
+    if (*pattern == '*') {
+      while (*pattern == '*') ++pattern;
+      if (*pattern == '\0') return true;
+      star = pattern;
+      star_text = text;
+    } else if (*pattern != '\0' && matches_byte(pattern, *text)) {
+      pattern = next_step(pattern);
+      ++text;
+    } else if (star != nullptr) {
+      pattern = star;
+      text = ++star_text;
+    } else {
+      return false;
+    }
+  }
+  while (*pattern == '*') ++pattern;
+  return *pattern == '\0';
 }
 
 bool rule_match(const std::string& from, const std::string& to, const std::string& notification,

@@ -40,6 +40,12 @@ std::vector<RuleLine> read_rules(const std::string& text);
 // not a valid rule; the sets then hold the rules before it.
 bool parse_config(const std::string& text, RuleSet& inbound, RuleSet& outbound);
 
+// Whether the pattern matches the whole text. A star stands for any bytes, a
+// backslash makes the byte after it literal, and everything else is compared byte
+// by byte. A pattern that ends in a single backslash matches nothing. Takes time
+// proportional to the product of both lengths at most, and no memory.
+bool wildcard_match(const char* pattern, const char* text);
+
 // Whether any rule matches all three.
 bool rule_match(const std::string& from, const std::string& to, const std::string& notification,
                 const RuleSet& rules);

@@ -45,17 +45,7 @@ struct ServerState {
 // Never destroyed, since session threads run until the process has gone.
 extern ServerState& server;
 
-// A live session as its own thread sees it.
-struct Session {
-  IPC* ipc;
-  std::int32_t identity;
-  bool remote;
-};
-
 // Gives the session an identity that no live session has.
 std::int32_t add_session(IPC* ipc) REQUIRES(server.server_lock);
-
-inline const char* place_name(bool remote) { return remote ? "remote" : "local"; }
-inline const char* failure_name(IPC* ipc) { return ipc->eof() ? "EOF" : "ERROR"; }
 
 }  // namespace zedipc

@@ -5,11 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "notifyserver/registrations.h"
-#include "notifyserver/routing.h"
-#include "notifyserver/server_state.h"
 #include "protocol/idle.h"
-#include "protocol/message.h"
 #include "protocol/protocol.h"
 
 namespace zedipc {
@@ -24,29 +20,21 @@ bool is_remote(const IPC& ipc) {
 }
 
 // Unknown messages, and what remote sessions may not ask for, are ignored without a word.
-void handle_message(const Session& session, Message& message) REQUIRES(server.server_lock) {
-  switch (message.type()) {
-    case MessageType::kNotify:
-      return route_notification(session, message);
-    case MessageType::kRegister:
-      return add_registration(session, message);
-    case MessageType::kUnregister:
-      return remove_registration(session, message);
-    case MessageType::kRegisterObserver:
-      if (!session.remote) add_observer(session);
-      return;
-    case MessageType::kUnregisterObserver:
-      if (!session.remote) remove_observer(session);
-      return;
-    default:
-      return;
-  }
-}
-
 void handle_text(const Session& session, const std::string& received_text) {
   Message message(received_text, Message::Parameter::kLeave);
   const MutexLock lock(server.server_lock);
-  handle_message(session, message);
+  const std::string& type = message.type();
+  if (type == kTypeNotify) {
+    route_notification(session, message);
+  } else if (type == kTypeRegister) {
+    add_registration(session, message);
+  } else if (type == kTypeUnregister) {
+    remove_registration(session, message);
+  } else if (type == kTypeRegisterObserver && !session.remote) {
+    add_observer(session);
+  } else if (type == kTypeUnregisterObserver && !session.remote) {
+    remove_observer(session);
+  }
 }
 
 // False at the end of the stream and after a read error. A frame that was refused or that

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The walk over a notification's members.
-#include "protocol/envelope.h"
-
 #include <charconv>
 #include <cstddef>
 #include <string_view>
 
 #include "json/canonical.h"
 #include "json/cursor.h"
-#include "protocol/keys.h"
+#include "protocol/message.h"
 
 namespace zedipc {
 
@@ -17,15 +15,6 @@ namespace {
 // A position among the members of a message.
 struct MemberCursor : Cursor {
   using Cursor::Cursor;
-
-  // Does not move if another member is there.
-  template <std::size_t size>
-  bool key(const char (&name)[size]) {
-    const char* const begin = at;
-    if (skip('"') && skip(name) && skip("\":")) return true;
-    at = begin;
-    return false;
-  }
 
   // A number without a sign, in canonical form.
   bool number(int& value) {
@@ -42,53 +31,33 @@ struct MemberCursor : Cursor {
     value = text;
     return true;
   }
-
-  // The last member of a notification, since no key comes after "type".
-  bool last_member() {
-    return key(kKeyType) && skip('"') && skip(kTypeNotify) && skip("\"}") && at == end;
-  }
 };
 
-// The size of that member: the texts, four quotes, a colon and a brace.
-constexpr std::size_t kLastMember = sizeof kKeyType - 1 + sizeof kTypeNotify - 1 + 6;
+// Null if nothing can be read.
+const char* read_value(const char* begin, JSObject& value) {
+  const int size = value.parse(begin);
+  // The parser may have counted a terminator as the last letter of a word.
+  return size <= 0 || begin[size - 1] == '\0' ? nullptr : begin + size;
+}
 
 }  // namespace
 
-bool Envelope::read(const std::string& text) {
-  if (!read_head(text)) return false;
-  parameter_end = end_of_canonical(parameter, text.data() + text.size());
-  return parameter_end != nullptr && read_tail(text);
-}
-
-bool Envelope::read(const std::string& text, JSObject& parameter_value) {
-  if (!read_head(text)) return false;
-  const int size = parameter_value.parse(parameter);
-  // The parser may have counted a terminator as the last letter of a word.
-  if (size <= 0 || parameter[size - 1] == '\0') return false;
-  parameter_end = parameter + size;
-  return read_tail(text);
-}
-
-bool Envelope::read_head(const std::string& text) {
-  if (text.size() < kLastMember) return false;
-  const char* const end = text.data() + text.size();
-  if (!MemberCursor(end - kLastMember, end).last_member())
-    return false;  // the quick way out for others
-  MemberCursor cursor(text.data(), end);
-  const bool read = cursor.skip('{') && cursor.key(kKeyFlags) && cursor.number(flags) &&
-                    cursor.skip(',') && cursor.key(kKeyFrom) && cursor.string(from) &&
-                    cursor.skip(',') && cursor.key(kKeyNotification) &&
-                    cursor.string(notification) && cursor.skip(',') && cursor.key(kKeyParameter);
+bool Envelope::read(const std::string& text, JSObject* parameter_value) {
+  MemberCursor cursor(text.data(), text.data() + text.size());
+  if (!(cursor.skip(R"({"flags":)") && cursor.number(flags) && cursor.skip(R"(,"from":)") &&
+        cursor.string(from) && cursor.skip(R"(,"notification":)") && cursor.string(notification) &&
+        cursor.skip(R"(,"parameter":)"))) {
+    return false;
+  }
   parameter = cursor.at;
-  return read;
-}
-
-bool Envelope::read_tail(const std::string& text) {
-  MemberCursor cursor(parameter_end, text.data() + text.size());
-  if (!cursor.skip(',')) return false;
-  has_reference = cursor.key(kKeyReference);
-  if (has_reference && !(cursor.number(reference) && cursor.skip(','))) return false;
-  return cursor.key(kKeyTo) && cursor.string(to) && cursor.skip(',') && cursor.last_member();
+  parameter_end = parameter_value == nullptr ? end_of_canonical(parameter, cursor.end)
+                                             : read_value(parameter, *parameter_value);
+  if (parameter_end == nullptr) return false;
+  cursor.at = parameter_end;
+  has_reference = cursor.skip(R"(,"reference":)");
+  if (has_reference && !cursor.number(reference)) return false;
+  return cursor.skip(R"(,"to":)") && cursor.string(to) && cursor.skip(R"(,"type":"notify"})") &&
+         cursor.at == cursor.end;
 }
 
 }  // namespace zedipc

@@ -5,8 +5,9 @@
 #include <poll.h>
 
 #include <cerrno>
-
-#include "base/memory.h"
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 namespace zedipc {
 
@@ -33,7 +34,9 @@ bool is_idle(const IPC& connection) {
 void release_large(std::string& text) {
   if (!is_large(text)) return;
   std::string().swap(text);
-  release_free_memory();
+#ifdef __GLIBC__
+  malloc_trim(0);  // takes milliseconds, and whoever allocates next pays again
+#endif
 }
 
 void release_when_idle(const IPC& connection, std::string& text) {

@@ -2,114 +2,78 @@
 // Writing and reading the seven messages.
 #include "protocol/message.h"
 
-#include <iterator>
-#include <utility>
-
 #include "json/escape.h"
 #include "json/text_sink.h"
-#include "protocol/keys.h"
 
 namespace zedipc {
 
 namespace {
 
-// In the order of MessageType.
-constexpr const char* kTypes[] = {
-    kTypeNotify,           kTypeRegister,           kTypeUnregister,
-    kTypeRegisterObserver, kTypeUnregisterObserver, kTypeNotifyObserver,
-    kTypeUnicastError};
-
-MessageType type_of(const std::string& name) {
-  std::size_t type = 0;
-  while (type < std::size(kTypes) && name != kTypes[type]) ++type;
-  return static_cast<MessageType>(type);
-}
-
 // The bytes of a message with a small parameter.
 constexpr std::size_t kTypicalText = 256;
-// The most that "reference" adds to a text.
-constexpr std::size_t kReferenceText = 32;
+// The most that "reference" and another type add to a text.
+constexpr std::size_t kAddedText = 40;
 
-// Writes what a value with these members would give. The caller adds them in ascending order
-// of their keys. Building that value would take a copy of the parameter, which may be large.
-class MessageWriter {
- public:
-  MessageWriter() { text_.reserve(kTypicalText); }
+void add(std::string& text, const char* key, const std::string& value) {
+  text.append(key);
+  TextSink sink(text);
+  put_quoted(sink, value);
+  sink.flush();
+}
 
-  void add(const char* key, const std::string& value) {
-    begin(key);
-    TextSink sink(text_);
-    put_quoted(sink, value);
-    sink.flush();
-  }
-
-  void add(const char* key, const JSObject& value) {
-    begin(key);
-    value.dump(text_);
-  }
-
-  std::string end(const char* type) {
-    begin(kKeyType);
-    text_.append("\"").append(type).append("\"}");
-    return std::move(text_);
-  }
-
- private:
-  void begin(const char* key) {
-    text_.append(text_.empty() ? "{\"" : ",\"").append(key).append("\":");
-  }
-
-  std::string text_;
-};
+// Writes what a value with these members would give. Building that value would take a copy
+// of the parameter, which may be large.
+std::string headline_text(const char* type, const Headline& headline, const JSObject* parameter) {
+  std::string text;
+  text.reserve(kTypicalText);
+  text.append(R"({"flags":)").append(std::to_string(static_cast<std::int32_t>(headline.flags)));
+  add(text, R"(,"from":)", headline.from);
+  add(text, R"(,"notification":)", headline.notification);
+  if (parameter != nullptr) parameter->dump(text.append(R"(,"parameter":)"));
+  add(text, R"(,"to":)", headline.to);
+  add(text, R"(,"type":)", type);
+  return text.append("}");
+}
 
 }  // namespace
 
 std::string notify_text(const Headline& headline, const JSObject& parameter) {
-  MessageWriter message;
-  message.add(kKeyFlags, headline.flags);
-  message.add(kKeyFrom, headline.from);
-  message.add(kKeyNotification, headline.notification);
-  message.add(kKeyParameter, parameter);
-  message.add(kKeyTo, headline.to);
-  return message.end(kTypeNotify);
+  return headline_text(kTypeNotify, headline, &parameter);
 }
 
 std::string notify_observer_text(const Headline& headline) {
-  MessageWriter message;
-  message.add(kKeyFlags, headline.flags);
-  message.add(kKeyFrom, headline.from);
-  message.add(kKeyNotification, headline.notification);
-  message.add(kKeyTo, headline.to);
-  return message.end(kTypeNotifyObserver);
+  return headline_text(kTypeNotifyObserver, headline, nullptr);
 }
 
 std::string register_text(const std::string& to, const std::string& notification,
                           std::int32_t priority) {
-  MessageWriter message;
-  message.add(kKeyNotification, notification);
-  message.add(kKeyPriority, priority);
-  message.add(kKeyTo, to);
-  return message.end(kTypeRegister);
+  JSObject message;
+  message("notification") = notification;
+  message("priority") = priority;
+  message("to") = to;
+  message("type") = kTypeRegister;
+  return message.dump();
 }
 
 std::string unregister_text(const std::string& to, const std::string& notification) {
-  MessageWriter message;
-  message.add(kKeyNotification, notification);
-  message.add(kKeyTo, to);
-  return message.end(kTypeUnregister);
+  JSObject message;
+  message("notification") = notification;
+  message("to") = to;
+  message("type") = kTypeUnregister;
+  return message.dump();
 }
 
-std::string register_observer_text() { return MessageWriter().end(kTypeRegisterObserver); }
+std::string register_observer_text() { return R"({"type":"register_observer"})"; }
 
-std::string unregister_observer_text() { return MessageWriter().end(kTypeUnregisterObserver); }
+std::string unregister_observer_text() { return R"({"type":"unregister_observer"})"; }
 
 Message::Message(const std::string& text, Parameter parameter) : text_(text) {
   if (parameter == Parameter::kLeave) {
     is_canonical_ = envelope_.read(text);
-  } else if (!envelope_.read(text, parameter_.emplace())) {
+  } else if (!envelope_.read(text, &parameter_.emplace())) {
     parameter_.reset();
   }
-  type_ = has_envelope() ? MessageType::kNotify : type_of(value()(kKeyType).getString());
+  type_ = has_envelope() ? kTypeNotify : value()("type").getString();
 }
 
 JSObject& Message::value() {
@@ -119,23 +83,23 @@ JSObject& Message::value() {
 
 Headline Message::headline() {
   if (!has_envelope()) {
-    envelope_.from = value()(kKeyFrom).getString();
-    envelope_.to = value()(kKeyTo).getString();
-    envelope_.notification = value()(kKeyNotification).getString();
-    envelope_.flags = value()(kKeyFlags).getInt();
+    envelope_.from = value()("from").getString();
+    envelope_.to = value()("to").getString();
+    envelope_.notification = value()("notification").getString();
+    envelope_.flags = value()("flags").getInt();
   }
   return {envelope_.from, envelope_.to, envelope_.notification,
           static_cast<unsigned int>(envelope_.flags)};
 }
 
-std::string Message::to() { return value()(kKeyTo).getString(); }
+std::string Message::to() { return value()("to").getString(); }
 
-std::string Message::notification() { return value()(kKeyNotification).getString(); }
+std::string Message::notification() { return value()("notification").getString(); }
 
-std::int32_t Message::priority() { return value()(kKeyPriority).getInt(); }
+std::int32_t Message::priority() { return value()("priority").getInt(); }
 
 JSObject& Message::parameter() {
-  return parameter_.has_value() ? *parameter_ : value()(kKeyParameter);
+  return parameter_.has_value() ? *parameter_ : value()("parameter");
 }
 
 std::string Message::parameter_text() {
@@ -143,33 +107,27 @@ std::string Message::parameter_text() {
   return parameter().dump();
 }
 
-const std::string& Message::forward_text(std::int32_t identity) {
+std::string Message::forward_text(const char* type, std::int32_t identity) {
   if (!is_canonical_) {
-    if (!value().exists(kKeyReference)) value()(kKeyReference) = identity;
-    return forward_text_ = text();
+    if (!value().exists("reference")) value()("reference") = identity;
+    value()("type") = type;
+    return text();
   }
-  if (envelope_.has_reference) return text_;
-  envelope_.reference = identity;
-  forward_text_.clear();
-  forward_text_.reserve(text_.size() + kReferenceText);
+  constexpr std::size_t kLastText = sizeof kTypeNotify - 1 + 2;  // a quote and a brace
   const auto ahead = static_cast<std::size_t>(envelope_.parameter_end + 1 - text_.data());
-  forward_text_.append(text_, 0, ahead).append("\"").append(kKeyReference).append("\":");
-  return forward_text_.append(std::to_string(identity)).append(",").append(text_, ahead);
-}
-
-const std::string& Message::unicast_error_text() {
-  if (!is_canonical_) {
-    value()(kKeyType) = kTypeUnicastError;
-    return forward_text_ = text();
+  std::string result;
+  result.reserve(text_.size() + kAddedText);
+  result.append(text_, 0, ahead);
+  if (!envelope_.has_reference) {
+    envelope_.reference = identity;
+    result.append(R"("reference":)").append(std::to_string(identity)).append(",");
   }
-  if (envelope_.has_reference) forward_text_ = text_;
-  constexpr std::size_t kType = sizeof kTypeNotify - 1;
-  constexpr std::size_t kEnd = 2;  // a quote and a brace: "type" is the last member
-  return forward_text_.replace(forward_text_.size() - kType - kEnd, kType, kTypeUnicastError);
+  result.append(text_, ahead, text_.size() - ahead - kLastText);
+  return result.append(type).append("\"}");
 }
 
 std::int32_t Message::reference() {
-  return is_canonical_ ? envelope_.reference : value()(kKeyReference).getInt();
+  return is_canonical_ ? envelope_.reference : value()("reference").getInt();
 }
 
 std::string Message::text() { return value().dump(); }

@@ -9,7 +9,7 @@
 
 #include <zedipc/jsobject.h>
 
-#include "protocol/envelope.h"
+#include "protocol/protocol.h"
 
 namespace zedipc {
 
@@ -29,15 +29,22 @@ std::string unregister_text(const std::string& to, const std::string& notificati
 std::string register_observer_text();
 std::string unregister_observer_text();
 
-enum class MessageType {
-  kNotify,
-  kRegister,
-  kUnregister,
-  kRegisterObserver,
-  kUnregisterObserver,
-  kNotifyObserver,
-  kUnicastError,
-  kUnknown
+// What stands around the parameter of a notification. ipcNotify writes nearly all of them,
+// in canonical form: they are read here in a fraction of the time that their value takes.
+// Any other text is for JSObject.
+struct Envelope {
+  int flags = 0;
+  std::string from;
+  std::string notification;
+  std::string to;
+  const char* parameter = nullptr;  // where it is in the text
+  const char* parameter_end = nullptr;
+  bool has_reference = false;
+  int reference = 0;
+
+  // Reads a text in canonical form. With a place for the parameter's value, this is read too,
+  // whatever its form. False for any other text; the value is of no use then.
+  bool read(const std::string& text, JSObject* parameter_value = nullptr);
 };
 
 // A message that came in. Most notifications are read without building a value for the whole
@@ -56,7 +63,7 @@ class Message {
   Message& operator=(const Message&) = delete;
 
   // Known from the start: "type" has been read.
-  [[nodiscard]] MessageType type() const { return type_; }
+  [[nodiscard]] const std::string& type() const { return type_; }
   [[nodiscard]] const std::string& received_text() const { return text_; }
 
   // Reads "from", "to", "notification" and "flags". The strings live as long as the message.
@@ -69,12 +76,10 @@ class Message {
   JSObject& parameter();
   std::string parameter_text();
 
-  // What a unicast's receiver gets: the message with a "reference", which is `identity`
-  // unless there is one already, of whatever kind.
-  const std::string& forward_text(std::int32_t identity);
-  // After forward_text, whose result it replaces: what the sender of a unicast gets that
-  // nobody took.
-  const std::string& unicast_error_text();
+  // The message with this type and a "reference", which is `identity` unless there is one
+  // already, of whatever kind: what the receiver of a unicast gets, and what the sender gets
+  // if nobody took it.
+  std::string forward_text(const char* type, std::int32_t identity);
   // After forward_text: the session that the error is for.
   std::int32_t reference();
 
@@ -91,8 +96,7 @@ class Message {
   bool is_canonical_ = false;          // the envelope was read, around a parameter that was left
   std::optional<JSObject> parameter_;  // or around this one
   std::optional<JSObject> value_;
-  std::string forward_text_;
-  MessageType type_;
+  std::string type_;
 };
 
 }  // namespace zedipc

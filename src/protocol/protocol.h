@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the notification server and its clients agree on besides the messages, which
+// What the notification server and its clients agree on besides the form of the messages, which
 // docs/protocol.md describes and message.h reads and writes.
 #pragma once
 
@@ -14,5 +14,14 @@ constexpr int NOTIFY_MAX_MSG = 524288;              // bytes of text that a read
 // Destinations that name no receiver.
 inline constexpr char kToAll[] = "*";
 inline constexpr char kToHighestPriority[] = "1";
+
+// The values of "type".
+inline constexpr char kTypeNotify[] = "notify";
+inline constexpr char kTypeRegister[] = "register";
+inline constexpr char kTypeUnregister[] = "unregister";
+inline constexpr char kTypeRegisterObserver[] = "register_observer";
+inline constexpr char kTypeUnregisterObserver[] = "unregister_observer";
+inline constexpr char kTypeNotifyObserver[] = "notify_observer";
+inline constexpr char kTypeUnicastError[] = "unicast_error";
 
 }  // namespace zedipc

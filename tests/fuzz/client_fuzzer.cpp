@@ -21,7 +21,6 @@
 #include "fuzz/notify_script.h"
 #include "notifyclient/client_state.h"
 #include "notifyclient/connection.h"
-#include "protocol/keys.h"
 #include "protocol/protocol.h"
 #include "support/raw_peer.h"
 
@@ -147,7 +146,7 @@ class Expectation {
 
  private:
   void handle(JSObject& message) {
-    const std::string type = member(message, kKeyType);
+    const std::string type = member(message, "type");
     if (type == kTypeNotify) {
       notify(message);
     } else if (type == kTypeUnicastError && options_.errors) {
@@ -162,8 +161,8 @@ class Expectation {
       sent_back.push_back(message.dump());
       return;
     }
-    const std::string to = member(message, kKeyTo);
-    const std::string notification = member(message, kKeyNotification);
+    const std::string to = member(message, "to");
+    const std::string notification = member(message, "notification");
     int best = -1;
     for (int i = 0; i < static_cast<int>(kRegistrations); ++i) {
       const Registered& r = kRegistered[i];
@@ -177,16 +176,16 @@ class Expectation {
     if (best >= 0) {
       tell(totals.notified[best], message, true);
     } else if (to != kToAll) {
-      for (const char* const key : {kKeyFrom, kKeyFlags, kKeyParameter}) member(message, key);
+      for (const char* const key : {"from", "flags", "parameter"}) member(message, key);
       sent_back.push_back(message.dump());
     }
   }
 
   static void tell(Told& told, JSObject& message, bool with_parameter) {
-    const std::string parameter = with_parameter ? message(kKeyParameter).dump() : "";
-    told.add(words(member(message, kKeyFrom), member(message, kKeyTo),
-                   member(message, kKeyNotification), parameter),
-             static_cast<unsigned>(message(kKeyFlags).getInt()));
+    const std::string parameter = with_parameter ? message("parameter").dump() : "";
+    told.add(words(member(message, "from"), member(message, "to"), member(message, "notification"),
+                   parameter),
+             static_cast<unsigned>(message("flags").getInt()));
   }
 
   const Options options_;

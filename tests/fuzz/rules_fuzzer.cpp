@@ -11,7 +11,6 @@
 
 #include "fuzz/harness.h"
 #include "notifyserver/rules.h"
-#include "notifyserver/wildcard.h"
 
 using namespace zedipc;
 using namespace zedipc::test;

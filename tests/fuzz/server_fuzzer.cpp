@@ -25,7 +25,6 @@
 #include "notifyserver/rules.h"
 #include "notifyserver/server_state.h"
 #include "notifyserver/session.h"
-#include "protocol/keys.h"
 #include "protocol/protocol.h"
 #include "support/raw_peer.h"
 
@@ -173,7 +172,7 @@ class Peer {
       // An infinity, which the writer has no better word for, ends the text for readers.
       const bool cut = text.find("inf") != std::string::npos;
       require(kind_of(message) == Kind::kObject, "a message is an object");
-      require(cut || is_known_type(member(message, kKeyType)), "a message has a type");
+      require(cut || is_known_type(member(message, "type")), "a message has a type");
     }
     received_.clear();
   }

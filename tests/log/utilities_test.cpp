@@ -11,7 +11,6 @@
 #include <thread>
 #include <vector>
 
-#include "log/env.h"
 #include "log/fake_clock.h"
 #include "log/log.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "notifyserver/wildcard.h"
+#include "notifyserver/rules.h"
 
 #include <gtest/gtest.h>
 

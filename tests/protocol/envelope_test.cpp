@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Reading what stands around a notification's parameter.
-#include "protocol/envelope.h"
-
 #include <gtest/gtest.h>
 #include <zedipc/jsobject.h>
 
 #include <string>
+
+#include "protocol/message.h"
+
 using namespace zedipc;
 
 namespace {
@@ -40,7 +41,7 @@ bool expect_like_the_value(const std::string& text) {
   value.parse(text.c_str());
   Envelope with_value;
   JSObject parameter;
-  if (with_value.read(text, parameter)) {
+  if (with_value.read(text, &parameter)) {
     expect_members(with_value, value, text);
     EXPECT_EQ(value("parameter").dump(), parameter.dump()) << text;
   }
@@ -117,7 +118,7 @@ TEST(Envelope, MayHaveAParameterThatIsWrittenOtherwise) {
   Envelope envelope;
   EXPECT_FALSE(envelope.read(text));
   JSObject parameter;
-  EXPECT_TRUE(envelope.read(text, parameter));
+  EXPECT_TRUE(envelope.read(text, &parameter));
   EXPECT_EQ(parameter.dump(), R"([1,"A"])");
 }
 
@@ -126,9 +127,9 @@ TEST(Envelope, EndsWithAWordThatATerminatorCutsOff) {
   std::string text =
       R"({"flags":0,"from":"f","notification":"n","parameter":fals_,"to":"t","type":"notify"})";
   JSObject parameter;
-  EXPECT_TRUE(Envelope().read(text, parameter));
+  EXPECT_TRUE(Envelope().read(text, &parameter));
   text[text.find('_')] = '\0';
-  EXPECT_FALSE(Envelope().read(text, parameter));
+  EXPECT_FALSE(Envelope().read(text, &parameter));
   expect_like_the_value(text);
 }
 

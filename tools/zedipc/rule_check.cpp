@@ -5,7 +5,6 @@
 #include <map>
 #include <set>
 
-#include "notifyserver/wildcard.h"
 #include "zedipc/json_text.h"
 #include "zedipc/text.h"
 
