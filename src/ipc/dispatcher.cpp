@@ -223,19 +223,16 @@ bool add_callback(Private& channel, const Dispatcher::Registration& entry)
   return true;
 }
 
+void log_nothing_to_remove(bool running, void* ipc, void* d) {
+  ZEDIPC_IPC_LOG(kLogDebug, "%p->set_callback(): %s for this object (d=%p), done.\n", ipc,
+                 running ? "no callback registered" : "empty callback map", d);
+}
+
 bool remove_callback(Private& channel, void* ipc) REQUIRES(dispatcher->mutex) {
   void* const d = &channel;
-  if (!dispatcher->running) {
-    ZEDIPC_IPC_LOG(kLogDebug,
-                   "%p->set_callback(): empty callback map for this object (d=%p), done.\n", ipc,
-                   d);
-    return false;
-  }
   const auto entry = dispatcher->channels.find(&channel);
   if (entry == dispatcher->channels.end()) {
-    ZEDIPC_IPC_LOG(kLogDebug,
-                   "%p->set_callback(): no callback registered for this object (d=%p), done.\n",
-                   ipc, d);
+    log_nothing_to_remove(dispatcher->running, ipc, d);
     return false;
   }
   ZEDIPC_IPC_LOG(kLogDebug, "%p->set_callback(): unregister callback %p for this object (d=%p)\n",
@@ -304,6 +301,14 @@ bool IPC::set_callback(ChannelCallback callback, void* data) {
   const LogChannelScope scope(kLogIpc);
   ZEDIPC_IPC_LOG(kLogDebug, "%p->set_callback() called with %p (data=%p))\n",
                  static_cast<void*>(this), address(callback), data);
+  if (callback != nullptr) {
+    d->had_callback.store(true, std::memory_order_relaxed);
+  } else if (!d->had_callback.load(std::memory_order_relaxed)) {
+    // Without the lock: nobody has to wait for a callback to get rid of a channel that it has
+    // nothing to do with.
+    log_nothing_to_remove(dispatcher->wake_fd.load(std::memory_order_relaxed) != -1, this, d);
+    return false;
+  }
   std::uint64_t pass;
   {
     const DispatcherLock lock;

@@ -68,6 +68,7 @@ class IPC::IpcPrivate {
   Mutex read_mutex;   // one read or poll_in at a time, waits included
   Mutex write_mutex;  // one write at a time
   std::atomic<int> cb_state{CB_LOCKED};
+  std::atomic<bool> had_callback{false};  // ever: if not, the dispatcher has never seen it
 
   // Whether a channel that was seen readable has something for its callback, if it still has
   // this socket. If so, it is not watched until it is armed again or, after its end or a

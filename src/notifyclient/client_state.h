@@ -26,7 +26,8 @@ inline constexpr char kClientModule[] = "src/notifyclient.cpp";
 #define ZEDIPC_CLIENT_LOG(level, ...) dbg_log(kClientModule, __LINE__, level, __VA_ARGS__)
 
 // Guards the tables, what is known of running calls, and the application id. The innermost
-// of the client's locks: never held over I/O or a wait.
+// of the client's locks: never held over I/O or a wait. It stands by itself for the records,
+// which name it ahead of the state.
 extern Mutex table_lock;
 
 // A callback as the application registered it. Records are never changed, but for the
@@ -56,13 +57,17 @@ struct UnicastErrorRecord : CallbackRecord {
   const UnicastErrorCallback cb;
 };
 
-// In the order of registration. A record that has left its table lives on as long as a
-// call of it.
 template <typename Record>
-using Table = std::vector<std::shared_ptr<Record>>;
+using Records = std::vector<std::shared_ptr<Record>>;
+
+template <typename Record>
+struct Table {
+  Records<Record> records;  // in the order of registration
+  Records<Record> left;     // that are no longer registered, with calls that may still run
+};
 
 struct Connection;
-class Departure;
+class Unregistration;
 
 struct ClientState {
   // In the order in which they are taken; table_lock comes last.
@@ -73,19 +78,19 @@ struct ClientState {
   // The connection in use; null while there is none. Set under table_lock, cleared under
   // send_lock, which whoever writes on it therefore holds.
   std::atomic<Connection*> server_ipc{nullptr};
-  std::atomic<std::uint32_t> generation{0};  // of the connection that came into use last
-  std::atomic<bool> remote_client{false};    // the server's host is not this machine
+  std::atomic<bool> remote_client{false};  // the server's host is not this machine
 
   std::string app_id GUARDED_BY(table_lock);
   Table<NotificationRecord> notification_table GUARDED_BY(table_lock);
   Table<ObserverRecord> observer_table GUARDED_BY(table_lock);
   Table<UnicastErrorRecord> unicast_error_table GUARDED_BY(table_lock);
   std::uint64_t table_changes GUARDED_BY(table_lock) = 0;  // in the first two tables
-  std::vector<Departure*> departures GUARDED_BY(table_lock);
-  int waiting_for_calls GUARDED_BY(table_lock) = 0;  // threads
-  bool reconnecting GUARDED_BY(table_lock) = false;  // a thread tries again by and by
+  std::uint32_t generation GUARDED_BY(table_lock) = 0;     // of the connection in use last
+  std::vector<Unregistration*> unregistrations GUARDED_BY(table_lock);  // that wait for calls
+  int waiting_for_calls GUARDED_BY(table_lock) = 0;                     // threads
+  bool reconnecting GUARDED_BY(table_lock) = false;                     // a thread is retrying
 
-  Condition changed;  // with table_lock: a call has ended, or a departure or connection goes on
+  Condition changed;  // with table_lock: something of the above, or of a connection
 };
 
 // Made at load and never destroyed: threads of the client run until the process has gone.

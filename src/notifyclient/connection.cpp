@@ -29,63 +29,48 @@ bool is_this_machine(const std::string& host) {
 // Ahead of anything that is sent: the server may write before it reads on.
 bool start_reader(Connection& connection) {
   const ThreadStart start = start_thread(reader_thread, &connection, &connection.reader);
-  if (start.error == 0) return true;
+  connection.has_reader = start.error == 0;
+  if (connection.has_reader) return true;
   ZEDIPC_CLIENT_LOG(kLogError, "init(): %s() failed with error=%d\n", start.call, start.error);
   return false;
 }
 
-// An attempt to connect, which may come to nothing.
-class Attempt {
- public:
-  Attempt() = default;
-  ~Attempt() { end(); }
-  Attempt(const Attempt&) = delete;
-  Attempt& operator=(const Attempt&) = delete;
-
-  // Ends a connection that did not come into use, when its reader has left it. Not to be
-  // called under a lock: a channel that ends waits for a channel callback that is running,
-  // and that one may want to connect too.
-  void end() {
-    if (connection == nullptr) return;
+// Ends a connection that did not come into use, when its reader has left it.
+struct GiveUp {
+  void operator()(Connection* connection) const {
     shut_down(connection->channel);
     {
       const MutexLock lock(table_lock);
       connection->stage = Connection::Stage::kGivenUp;
       client.changed.notify_all();
     }
-    if (has_reader) pthread_join(connection->reader, nullptr);
-    connection.reset();
+    if (connection->has_reader) pthread_join(connection->reader, nullptr);
+    delete connection;
   }
-
-  std::string host;
-  std::unique_ptr<Connection> connection;
-  bool connected = false;
-  bool has_reader = false;
 };
 
 // Connects to the host that the environment names, which is asked anew each time, and
 // restores the registrations.
-bool init(Attempt& attempt) REQUIRES(client.connect_lock) {
+bool init() REQUIRES(client.connect_lock) {
   if (has_connection()) return true;
-  std::string& host = attempt.host;
+  std::string host;
   if (!env_lookup("NOTIFY_SERVER", host)) host = kDefaultHost;
   client.remote_client.store(!is_this_machine(host), std::memory_order_relaxed);
 
-  attempt.connection = std::make_unique<Connection>();
-  Connection& connection = *attempt.connection;
-  attempt.connected = connection.channel.connect(host.c_str(), NOTIFY_PORT, -1);
-  if (!attempt.connected) return false;
-  attempt.has_reader = start_reader(connection);
-  if (!attempt.has_reader) return false;
-  const void* const address = &connection.channel;
-  const pthread_t reader = connection.reader;
-  if (!restore_and_publish(connection)) {
-    shut_down(connection.channel);  // before the next attempt can begin
+  std::unique_ptr<Connection, GiveUp> connection(new Connection);
+  const void* const address = &connection->channel;
+  if (!connection->channel.connect(host.c_str(), NOTIFY_PORT, -1)) {
+    connection.reset();
+    ZEDIPC_CLIENT_LOG(kLogError, "init(): TCP connect() to server '%s:%u' failed\n", host.c_str(),
+                      NOTIFY_PORT);
     return false;
   }
+  if (!start_reader(*connection)) return false;
+  const pthread_t reader = connection->reader;
+  if (!restore_and_publish(*connection)) return false;
+  static_cast<void>(connection.release());  // its reader frees it, and may have done so
   pthread_detach(reader);
-  static_cast<void>(attempt.connection.release());  // its reader frees it
-  Returns::resume();
+  ReturnQueue::resume();
   ZEDIPC_CLIENT_LOG(
       kLogInfo, "init(): IPC reader thread with ipc=%p started for notification server '%s:%u'\n",
       address, host.c_str(), NOTIFY_PORT);
@@ -96,17 +81,8 @@ bool init(Attempt& attempt) REQUIRES(client.connect_lock) {
 
 bool ensure_connected() {
   if (has_connection()) return true;
-  Attempt attempt;
-  {
-    const MutexLock lock(client.connect_lock);
-    if (init(attempt)) return true;
-  }
-  attempt.end();
-  if (!attempt.connected) {
-    ZEDIPC_CLIENT_LOG(kLogError, "init(): TCP connect() to server '%s:%u' failed\n",
-                      attempt.host.c_str(), NOTIFY_PORT);
-  }
-  return false;
+  const MutexLock lock(client.connect_lock);
+  return init();
 }
 
 void shut_down(const IPC& channel) { ::shutdown(channel.getFD(), SHUT_RDWR); }

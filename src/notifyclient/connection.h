@@ -12,7 +12,7 @@
 #include <zedipc/tcp.h>
 
 #include "notifyclient/client_state.h"
-#include "notifyclient/returns.h"
+#include "notifyclient/return_queue.h"
 
 namespace zedipc {
 
@@ -26,8 +26,10 @@ struct Connection {
 
   const std::unique_ptr<TCP> owned;
   TCP& channel = *owned;
-  Returns returns{channel};
+  ReturnQueue returns{*this};
   Stage stage GUARDED_BY(table_lock) = Stage::kBeingMade;
+  // For whoever makes it.
+  bool has_reader = false;
   pthread_t reader{};
 };
 

@@ -5,9 +5,9 @@
 
 #include <zedipc/notify.h>
 
+#include "notifyclient/calls.h"
 #include "notifyclient/client_state.h"
 #include "notifyclient/connection.h"
-#include "notifyclient/invocation.h"
 #include "protocol/message.h"
 #include "protocol/protocol.h"
 
@@ -25,7 +25,7 @@ void report_unicast_error(const Headline& headline, const JSObject& parameter) {
                       "notification '%s' to '%s'\n",
                       printable(record->cb), record->data, headline.notification.c_str(),
                       headline.to.c_str());
-    start_invocation(std::move(hold), record->cb, headline, parameter);
+    start_call(std::move(hold), record->cb, headline, parameter);
   }
 }
 

@@ -10,9 +10,9 @@
 
 #include <zedipc/jsobject.h>
 
+#include "notifyclient/calls.h"
 #include "notifyclient/client_state.h"
 #include "notifyclient/connection.h"
-#include "notifyclient/invocation.h"
 #include "protocol/idle.h"
 #include "protocol/message.h"
 #include "protocol/protocol.h"
@@ -42,7 +42,7 @@ void invoke(const char* kind, CallHold hold, const Record& record, const Headlin
       kLogNote,
       "reader_thread(): invoke %s callback (cb=%p, data=%p) for notification '%s' to '%s'\n", kind,
       printable(record.cb), record.data, in.notification.c_str(), in.to.c_str());
-  start_invocation(std::move(hold), record.cb, in, std::forward<Parameter>(parameter)...);
+  start_call(std::move(hold), record.cb, in, std::forward<Parameter>(parameter)...);
 }
 
 using Receivers = Holds<NotificationRecord>;
@@ -52,7 +52,7 @@ using Receivers = Holds<NotificationRecord>;
 std::shared_ptr<NotificationRecord> find_best(const Headline& in) REQUIRES(table_lock) {
   const std::shared_ptr<NotificationRecord>* best = nullptr;
   std::int32_t best_priority = std::numeric_limits<std::int32_t>::min();
-  for (const auto& record : client.notification_table) {
+  for (const auto& record : client.notification_table.records) {
     if (record->notification != in.notification) continue;
     if (in.to != kToHighestPriority && in.to != record->to) continue;
     if (record->priority < best_priority) continue;
@@ -77,7 +77,7 @@ Receivers find_receivers(const Headline& in) {
 
 bool nothing_registered() {
   const MutexLock lock(table_lock);
-  return client.notification_table.empty();
+  return client.notification_table.records.empty();
 }
 
 void handle_notification(Connection& connection, Message& message) {
@@ -140,39 +140,36 @@ void handle_text(Connection& connection, const std::string& text) {
   }
 }
 
+// A refused frame leaves the server in a write, and a thread of ours perhaps in one too. A
+// server that has ended its stream may still read, and gets what is being written.
+void end_writes(Connection& connection) {
+  if (!connection.channel.eof()) shut_down(connection.channel);
+}
+
 // False if the connection was given up before it came into use.
-bool await_use(Connection& connection) {
+bool came_into_use(Connection& connection) {
   const MutexLock lock(table_lock);
-  if (connection.stage == Connection::Stage::kBeingMade) shut_down(connection.channel);
+  if (connection.stage == Connection::Stage::kBeingMade) end_writes(connection);
   while (connection.stage == Connection::Stage::kBeingMade) client.changed.wait(table_lock);
-  if (connection.stage == Connection::Stage::kInUse) return true;
-  connection.returns.await_end();
-  return false;
+  return connection.stage == Connection::Stage::kInUse;
 }
 
-// Calls that begin from now on find no connection.
-void forget_connection() {
-  const MutexLock lock(table_lock);
-  client.server_ipc.store(nullptr, std::memory_order_release);
-}
-
-// Nobody writes on the connection any more when this returns. It has ended by the time that
-// another one can be written to, so that the server never has two of one client.
+// The socket is closed before anybody can write on another connection: the server never has
+// two of one client in use, nor is it left in a write to one that nobody reads.
 void tear_down(Connection& connection) {
-  if (client.send_lock.try_lock()) {
-    forget_connection();
-  } else {
-    shut_down(connection.channel);  // under whoever is blocked in a write
-    forget_connection();            // ahead of the lock, for which others may be queueing too
+  if (!client.send_lock.try_lock()) {
+    end_writes(connection);
     client.send_lock.lock();
   }
   ZEDIPC_CLIENT_LOG(kLogError, "reader_thread(): read_msg() on ipc=%p failed (%s), terminate.\n",
                     static_cast<void*>(&connection.channel),
                     connection.channel.eof() ? "EOF" : "ERROR");
+  {
+    const MutexLock lock(table_lock);
+    client.server_ipc.store(nullptr, std::memory_order_release);
+  }
   connection.channel.close();
   client.send_lock.unlock();
-  const MutexLock lock(table_lock);
-  connection.returns.await_end();
 }
 
 // Whether this thread is the one that tries to connect again.
@@ -181,8 +178,8 @@ bool become_reconnector() {
   return !std::exchange(client.reconnecting, true);
 }
 
-// Leaves that to the next one if there is a connection: whoever loses it finds the place
-// free, or is heard here.
+// Ceases if there is a connection. A reader that loses it now either becomes the reconnector,
+// or its loss is seen here.
 bool cease_to_reconnect() {
   const MutexLock lock(table_lock);
   if (client.server_ipc.load(std::memory_order_relaxed) == nullptr) return false;
@@ -206,9 +203,11 @@ bool serve_connection(Connection& connection) {
     release_when_idle(connection.channel, text);
   }
   release_large(text);
-  if (!await_use(connection)) return false;
-  tear_down(connection);
-  return true;
+  const bool was_used = came_into_use(connection);
+  if (was_used) tear_down(connection);
+  const MutexLock lock(table_lock);
+  connection.returns.end();
+  return was_used;
 }
 
 // Every reader has a connection of its own. One of those that lost theirs stays until a new
@@ -217,8 +216,8 @@ void* reader_thread(void* argument) {
   const LogChannelScope scope(kLogNotifyClient);
   auto* const connection = static_cast<Connection*>(argument);
   if (!serve_connection(*connection)) return nullptr;
+  delete connection;
   if (become_reconnector()) reconnect();
-  delete connection;  // which may take as long as a channel callback runs
   return nullptr;
 }
 

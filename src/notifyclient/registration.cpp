@@ -15,8 +15,8 @@
 #include "notifyclient/calls.h"
 #include "notifyclient/client_state.h"
 #include "notifyclient/connection.h"
-#include "notifyclient/departure.h"
 #include "notifyclient/tables.h"
+#include "notifyclient/unregistration.h"
 #include "protocol/message.h"
 
 namespace zedipc {
@@ -44,19 +44,12 @@ void warn_of_deprecated_use(const char* function) {
   ZEDIPC_CLIENT_LOG(kLogWarning, "%s(): usage for unregistering is deprecated\n", function);
 }
 
-// Whether the arguments of an unregister function name this record. A null callback
-// names all of them, a null `data` any.
-template <typename Record, typename Callback>
-bool names(Callback cb, const void* data, const Record& record) {
-  if (cb == nullptr) return true;
-  return record.cb == cb && (data == nullptr || record.data == data);
-}
-
 template <typename Record, typename Callback>
 bool is_registered(const Table<Record>& table, Callback cb, const void* data) REQUIRES(table_lock) {
-  return std::any_of(table.begin(), table.end(), [&](const std::shared_ptr<Record>& record) {
-    return record->cb == cb && record->data == data;
-  });
+  return std::any_of(table.records.begin(), table.records.end(),
+                     [&](const std::shared_ptr<Record>& record) {
+                       return record->cb == cb && record->data == data;
+                     });
 }
 
 // A registration as the caller of ipcRegisterNotificationCB gave it.
@@ -68,63 +61,55 @@ struct Wanted {
   int priority;
 };
 
-void log_registration(const char* what, const Wanted& wanted) {
-  ZEDIPC_CLIENT_LOG(kLogInfo,
-                    "ipcRegisterNotificationCB(): %s (to='%s', notification='%s', cb=%p, data=%p, "
-                    "prio=%d)\n",
-                    what, wanted.to.c_str(), wanted.notification.c_str(), printable(wanted.cb),
-                    wanted.data, wanted.priority);
-}
-
 using NotificationRecordPtr = std::shared_ptr<NotificationRecord>;
 
-// What a group has but for one of its records.
-struct Others {
-  NotificationRecordPtr former;  // that one; null if it is not there
-  int highest;                   // of all other priorities, and the one given
+// A group in which a record is to take its place.
+struct Group {
+  NotificationRecordPtr former;  // whose place that is; null if it is a new one
+  int highest;                   // the highest priority, once it has it
 };
 
-Others look_at_group(const Wanted& wanted) REQUIRES(client.registration_lock) {
+Group look_at_group(const Wanted& wanted) REQUIRES(client.registration_lock) {
   const MutexLock lock(table_lock);
-  Others others{nullptr, wanted.priority};
-  for (const NotificationRecordPtr& record : client.notification_table) {
+  Group group{nullptr, wanted.priority};
+  for (const NotificationRecordPtr& record : client.notification_table.records) {
     if (!record->in_group(wanted.to, wanted.notification)) continue;
     if (record->cb == wanted.cb && record->data == wanted.data) {
-      others.former = record;
+      group.former = record;
     } else {
-      others.highest = std::max(others.highest, record->priority);
+      group.highest = std::max(group.highest, record->priority);
     }
   }
-  return others;
+  return group;
 }
 
 // The highest priority of a group; none if it has no record.
 std::optional<int> highest_of(const std::string& to, const std::string& notification) {
   const MutexLock lock(table_lock);
   std::optional<int> highest;
-  for (const NotificationRecordPtr& record : client.notification_table) {
+  for (const NotificationRecordPtr& record : client.notification_table.records) {
     if (!record->in_group(to, notification)) continue;
     highest = std::max(highest.value_or(record->priority), record->priority);
   }
   return highest;
 }
 
-// Puts `record` in the place of `former` and tells the server by `tell`. True if the server
-// knows of it then, be it from a connection that came into use meanwhile, which was told of
-// what is in the table. If not, the table is as it was.
+// Puts `record` in the place of `former` and tells the server by `tell`. False if the server
+// could not be told: the table is as it was then. A connection that came into use meanwhile
+// was told of what is in the table, so its server knows.
 template <typename Record, typename Function>
-bool enter(Table<Record> ClientState::*table, const std::shared_ptr<Record>& former,
-           const std::shared_ptr<Record>& record, Function tell)
+bool register_record(Table<Record> ClientState::*table, const std::shared_ptr<Record>& former,
+                     const std::shared_ptr<Record>& record, Function tell)
     REQUIRES(client.registration_lock) {
   std::uint32_t generation = 0;
   {
     const MutexLock lock(table_lock);
     replace(client.*table, former, record);
-    generation = client.generation.load(std::memory_order_relaxed);
+    generation = client.generation;
   }
   if (tell()) return true;
   const MutexLock lock(table_lock);
-  if (client.generation.load(std::memory_order_relaxed) != generation) return true;
+  if (client.generation != generation) return true;
   replace(client.*table, record, former);
   return false;
 }
@@ -133,26 +118,31 @@ int register_notification(const Wanted& wanted) {
   const NotificationRecordPtr record(new NotificationRecord{
       {wanted.data}, wanted.to, wanted.notification, wanted.cb, wanted.priority});
   bool told = false;
-  Others others;
+  Group group;
   {
     const MutexLock changing(client.registration_lock);
-    others = look_at_group(wanted);
-    const std::string message = register_text(wanted.to, wanted.notification, others.highest);
-    told = enter(&ClientState::notification_table, others.former, record,
-                 [&message] { return tell_group("register_client", kCurrentConnection, message); });
+    group = look_at_group(wanted);
+    const std::string message = register_text(wanted.to, wanted.notification, group.highest);
+    told = register_record(&ClientState::notification_table, group.former, record, [&message] {
+      return tell_group("register_client", kCurrentConnection, message);
+    });
   }
   if (!told) {
-    wait_for_calls(*record);
+    // Who keeps a registration keeps its data: only that of a new one may be freed.
+    if (group.former == nullptr) wait_for_calls(*record);
     ZEDIPC_CLIENT_LOG(kLogError,
                       "ipcRegisterNotificationCB(): server registration failed (to='%s', "
                       "notification='%s', prio=%d)\n",
-                      wanted.to.c_str(), wanted.notification.c_str(), others.highest);
+                      wanted.to.c_str(), wanted.notification.c_str(), group.highest);
     return kNotifyNotConnected;
   }
-  if (others.former != nullptr) wait_for_calls(*others.former);
-  log_registration(others.former == nullptr ? "registration successful"
-                                            : "registration updated with new priority",
-                   wanted);
+  if (group.former != nullptr) wait_for_calls(*group.former);
+  ZEDIPC_CLIENT_LOG(kLogInfo,
+                    "ipcRegisterNotificationCB(): registration %s (to='%s', notification='%s', "
+                    "cb=%p, data=%p, prio=%d)\n",
+                    group.former == nullptr ? "successful" : "updated with new priority",
+                    wanted.to.c_str(), wanted.notification.c_str(), printable(wanted.cb),
+                    wanted.data, wanted.priority);
   return kNotifyDone;
 }
 
@@ -189,7 +179,7 @@ bool observes(ObserverCallback cb, const void* data) {
 
 bool has_observers() {
   const MutexLock lock(table_lock);
-  return !client.observer_table.empty();
+  return !client.observer_table.records.empty();
 }
 
 }  // namespace
@@ -222,10 +212,8 @@ int ipcUnregisterNotificationCB(const std::string& notification, NotificationCal
   std::string name = to;
   if (!resolve_name(kName, name)) return kNotifyNoName;
   if (!connected_for(kName)) return kNotifyNotConnected;
-  Departure departure(name, notification, [&](const NotificationRecord& record) {
-    return record.in_group(name, notification) && names(cb, data, record);
-  });
-  departure.wait();
+  Unregistration unregistration(name, notification, cb, data);
+  unregistration.wait();
   return tell_of_removal(name, notification);
 }
 
@@ -254,8 +242,9 @@ int ipcRegisterObserver(ObserverCallback cb, void* data) {
           printable(cb), data);
       return kNotifyDone;
     }
-    told = enter(&ClientState::observer_table, {}, record,
-                 [&message] { return send_or_log(kName, kCurrentConnection, message).sent; });
+    told = register_record(&ClientState::observer_table, {}, record, [&message] {
+      return send_or_log(kName, kCurrentConnection, message).sent;
+    });
   }
   if (!told) {
     wait_for_calls(*record);
@@ -269,15 +258,15 @@ int ipcRegisterObserver(ObserverCallback cb, void* data) {
 
 int ipcUnregisterObserver(ObserverCallback cb, void* data) {
   const LogChannelScope scope(kLogNotifyClient);
-  Table<ObserverRecord> removed;
+  Removal<ObserverRecord> removed;
   {
     const MutexLock changing(client.registration_lock);
     const MutexLock lock(table_lock);
     removed = take_out(client.observer_table,
-                       [&](const ObserverRecord& record) { return names(cb, data, record); });
+                       [&](const ObserverRecord& record) { return matches(record, cb, data); });
   }
-  for (const auto& record : removed) {
-    wait_for_calls(*record);
+  for (const auto& record : removed.to_await) wait_for_calls(*record);
+  for (std::size_t i = 0; i < removed.count; ++i) {
     ZEDIPC_CLIENT_LOG(kLogInfo,
                       "ipcUnregisterObserver(): observer callback unregistered (cb=%p, data%p)\n",
                       printable(cb), data);
@@ -305,7 +294,7 @@ int ipcRegisterUnicastError(UnicastErrorCallback cb, void* data) {
     const MutexLock lock(table_lock);
     there = is_registered(client.unicast_error_table, cb, data);
     if (!there) {
-      client.unicast_error_table.push_back(
+      client.unicast_error_table.records.push_back(
           std::shared_ptr<UnicastErrorRecord>(new UnicastErrorRecord{{data}, cb}));
     }
   }
@@ -318,14 +307,14 @@ int ipcRegisterUnicastError(UnicastErrorCallback cb, void* data) {
 
 int ipcUnregisterUnicastError(UnicastErrorCallback cb, void* data) {
   const LogChannelScope scope(kLogNotifyClient);
-  Table<UnicastErrorRecord> removed;
+  Removal<UnicastErrorRecord> removed;
   {
     const MutexLock lock(table_lock);
     removed = take_out(client.unicast_error_table,
-                       [&](const UnicastErrorRecord& record) { return names(cb, data, record); });
+                       [&](const UnicastErrorRecord& record) { return matches(record, cb, data); });
   }
-  for (const auto& record : removed) {
-    wait_for_calls(*record);
+  for (const auto& record : removed.to_await) wait_for_calls(*record);
+  for (std::size_t i = 0; i < removed.count; ++i) {
     ZEDIPC_CLIENT_LOG(kLogInfo,
                       "ipcUnregisterUnicastError(): unregistered unicast error callback "
                       "(cb=%p, data%p)\n",

@@ -18,7 +18,7 @@ using Groups = std::map<std::pair<std::string_view, std::string_view>, const Not
 // The tables at one moment.
 struct Snapshot {
   std::uint64_t changes = 0;
-  Table<NotificationRecord> records;  // in which those of `last` live
+  Records<NotificationRecord> records;  // in which those of `last` live
   Groups last;
   bool observing = false;
 };
@@ -27,8 +27,8 @@ void take(Snapshot& now) {
   {
     const MutexLock lock(table_lock);
     now.changes = client.table_changes;
-    now.records = client.notification_table;
-    now.observing = !client.observer_table.empty();
+    now.records = client.notification_table.records;
+    now.observing = !client.observer_table.records.empty();
   }
   for (const auto& record : now.records) {
     now.last[{record->to, record->notification}] = record.get();
@@ -74,7 +74,7 @@ bool publish(Connection& connection, const Snapshot& told) {
   const MutexLock lock(table_lock);
   if (client.table_changes != told.changes) return false;
   connection.stage = Connection::Stage::kInUse;
-  client.generation.fetch_add(1, std::memory_order_relaxed);
+  ++client.generation;
   client.server_ipc.store(&connection, std::memory_order_release);
   client.changed.notify_all();
   return true;

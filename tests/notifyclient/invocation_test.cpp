@@ -423,3 +423,111 @@ TEST(InACallback, UpdatingItselfDoesNotWaitForItself) {
   EXPECT_TRUE(eventually([&] { return worker.done.load(); }));
   EXPECT_EQ(worker.result, 0);
 }
+
+// Each of them may free the data after it.
+TEST(Unregistering, WaitsForCallsThatAnotherUnregistrationWaitsFor) {
+  Script script;
+  Blocker& blocker = script.block_as("t", 1);
+  script.send(notification("t", "n"));
+  ASSERT_TRUE(blocker.entered());
+  Task first([] { return leave("t"); });
+  ASSERT_TRUE(first.blocked());
+  Task second([] { return leave("t"); });
+  EXPECT_TRUE(second.blocked());
+  EXPECT_EQ(blocker.ended(), 0);
+  blocker.release();
+  EXPECT_EQ(first.result(), 0);
+  EXPECT_EQ(second.result(), 0);
+}
+
+TEST(Unregistering, AUnicastErrorWaitsForCallsThatAnotherOneWaitsFor) {
+  Blocker& blocker = immortal<Blocker>();
+  ASSERT_EQ(ipcRegisterUnicastError(Blocker::notified, &blocker), 0);
+  EXPECT_EQ(ipcNotify("x", "n"), -2);
+  ASSERT_TRUE(blocker.entered());
+  Task first([] { return ipcUnregisterUnicastError(nullptr); });
+  ASSERT_TRUE(first.blocked());
+  Task second([] { return ipcUnregisterUnicastError(nullptr); });
+  EXPECT_TRUE(second.blocked());
+  blocker.release();
+  EXPECT_EQ(first.result(), 0);
+  EXPECT_EQ(second.result(), 0);
+}
+
+TEST(Unregistering, WaitsForCallsThatAnUpdateWaitsFor) {
+  Script script;
+  Blocker& blocker = script.block_as("t", 1);
+  script.send(notification("t", "n"));
+  ASSERT_TRUE(blocker.entered());
+  Task update([&] { return ipcRegisterNotificationCB("n", Blocker::notified, &blocker, 2, "t"); });
+  EXPECT_EQ(script.next("register"), registration("t", "n", 2));
+  ASSERT_TRUE(update.blocked());
+  Task leaving([] { return leave("t"); });
+  EXPECT_TRUE(leaving.blocked());
+  blocker.release();
+  EXPECT_EQ(update.result(), 0);
+  EXPECT_EQ(leaving.result(), 0);
+}
+
+TEST(Unregistering, WaitsForACallThatHasUpdatedItself) {
+  Script script;
+  Worker& worker = immortal<Worker>();
+  std::atomic<bool> updated{false};
+  std::atomic<bool> released{false};
+  worker.work = [&] {
+    const int result = ipcRegisterNotificationCB("n", Worker::notified, &worker, 2, "t");
+    updated = true;
+    EXPECT_TRUE(eventually([&] { return released.load(); }));
+    return result;
+  };
+  ASSERT_EQ(ipcRegisterNotificationCB("n", Worker::notified, &worker, 1, "t"), 0);
+  script.next("register");
+  script.send(notification("t", "n"));
+  ASSERT_TRUE(eventually([&] { return updated.load(); }));
+  Task leaving([] { return leave("t"); });
+  EXPECT_TRUE(leaving.blocked());
+  released = true;
+  EXPECT_EQ(leaving.result(), 0);
+  EXPECT_EQ(worker.result, 0);
+}
+
+TEST(InACallback, UnregisteringAllDoesNotWaitForOthersThatDoSo) {
+  Script script;
+  Worker& worker = immortal<Worker>();
+  std::atomic<int> entered{0};
+  std::atomic<int> left{0};
+  worker.work = [&] {
+    ++entered;
+    EXPECT_TRUE(eventually([&] { return entered == 2; }));
+    const int result = leave("t");
+    ++left;
+    return result;
+  };
+  ASSERT_EQ(ipcRegisterNotificationCB("n", Worker::notified, &worker, 1, "t"), 0);
+  script.next("register");
+  script.send(notification("t", "n"));
+  script.send(notification("t", "n"));
+  EXPECT_TRUE(eventually([&] { return left == 2; }));
+}
+
+// The thread of a call may have code of the application's to run when the call has ended.
+TEST(Unregistering, WorksAtTheEndOfACallsThread) {
+  struct AtEnd {
+    ~AtEnd() { result() = leave("t"); }
+    static std::atomic<int>& result() {
+      static std::atomic<int> value{99};
+      return value;
+    }
+    static void notified(void*, const std::string&, const std::string&, const std::string&,
+                         const JSObject&, unsigned int) {
+      thread_local AtEnd at_end;
+      static_cast<void>(at_end);
+    }
+  };
+  Script script;
+  ASSERT_EQ(ipcRegisterNotificationCB("n", AtEnd::notified, nullptr, 1, "t"), 0);
+  script.next("register");
+  script.send(notification("t", "n"));
+  EXPECT_EQ(script.next("unregister"), unregistration("t", "n"));
+  EXPECT_TRUE(eventually([] { return AtEnd::result() == 0; }));
+}

@@ -111,7 +111,7 @@ TEST(LostConnection, LeavesNoRegistration) {
                         [] { return ipcRegisterNotificationCB("n", do_nothing, nullptr, 5, "t"); }),
             -1);
   const MutexLock lock(table_lock);
-  EXPECT_TRUE(client.notification_table.empty());
+  EXPECT_TRUE(client.notification_table.records.empty());
 }
 
 TEST(LostConnection, LeavesNoObserver) {
@@ -121,7 +121,7 @@ TEST(LostConnection, LeavesNoObserver) {
                         [] { return ipcRegisterObserver(ignore_observation, nullptr); }),
             -1);
   const MutexLock lock(table_lock);
-  EXPECT_TRUE(client.observer_table.empty());
+  EXPECT_TRUE(client.observer_table.records.empty());
 }
 
 TEST(LostConnection, IsNotUsedByASenderThatWaitedForItsEnd) {
@@ -141,20 +141,22 @@ TEST(LostConnection, TakesNoWriteWithIt) {
   client.send_lock.lock();
   Connection* const connection = client.server_ipc;
   shutdown(script.server().fd(), SHUT_WR);
-  // The reader ends the socket under whoever writes, and waits for that to be noticed.
-  EXPECT_TRUE(script.server().at_end());
-  EXPECT_FALSE(connection->channel.write_msg(kNotifyFrame, 0, notification("t", "last")));
-  EXPECT_NE(connection->channel.getFD(), -1);
+  EXPECT_TRUE(eventually([&] { return connection->channel.eof(); }));
+  // The reader knows; the teardown waits for whoever is writing, and the server may read on.
+  EXPECT_EQ(client.server_ipc.load(), connection);
+  EXPECT_TRUE(connection->channel.write_msg(kNotifyFrame, 0, notification("t", "last")));
   client.send_lock.unlock();
-  EXPECT_TRUE(eventually([] { return client.server_ipc == nullptr; }));
+  EXPECT_EQ(script.next("notify"), notification("t", "last"));
+  EXPECT_TRUE(script.server().at_end());
+  EXPECT_EQ(client.server_ipc.load(), nullptr);
 }
 
-TEST(LostConnection, EndsAWriteThatTheServerDoesNotRead) {
+TEST(LostConnection, EndsAWriteToAServerWhoseFrameWasRefused) {
   Script script;
   script.receive_as("t", 1);
   Task sending([] { return ipcNotify("t", "n", JSObject(std::string(8U << 20, 'x')), 0, "f"); });
   ASSERT_TRUE(sending.blocked());
-  shutdown(script.server().fd(), SHUT_WR);
+  script.server().send(word(kNotifyFrame) + word(0x7FFFFFFF) + word(0));
   EXPECT_EQ(sending.result(), -1);
 }
 
@@ -169,13 +171,15 @@ TEST(LostConnection, DoesNotMatterWhereAnotherOneKnowsOfTheRegistration) {
   Task entering([] { return ipcRegisterNotificationCB("n", do_nothing, nullptr, 5, "t"); });
   ASSERT_TRUE(entering.blocked());
   Connection* const newer = client.server_ipc.exchange(dead.get());
+  table_lock.lock();
   ++client.generation;
+  table_lock.unlock();
   client.send_lock.unlock();
   EXPECT_EQ(entering.result(), 0);
   EXPECT_TRUE(dead.channel().error());
   client.server_ipc = newer;
   const MutexLock lock(table_lock);
-  EXPECT_EQ(client.notification_table.size(), 1U);
+  EXPECT_EQ(client.notification_table.records.size(), 1U);
 }
 
 TEST(SendResult, IsSuccessWithoutAReason) {

@@ -51,10 +51,10 @@ void PrintTo(const Knowledge& knowledge, std::ostream* out) {
 Knowledge tables() {
   const MutexLock lock(table_lock);
   Knowledge result;
-  for (const auto& record : client.notification_table) {
+  for (const auto& record : client.notification_table.records) {
     result.priorities[{record->to, record->notification}] = record->priority;
   }
-  result.observer = !client.observer_table.empty();
+  result.observer = !client.observer_table.records.empty();
   return result;
 }
 

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "delivery_script.h"
+#include "notifyclient/calls.h"
 #include "notifyclient/client_state.h"
-#include "notifyclient/invocation.h"
 #include "support/failing_threads.h"
 
 using namespace zedipc;
@@ -27,7 +27,7 @@ void invoke(const std::shared_ptr<NotificationRecord>& record) {
   table_lock.lock();
   CallHold hold(record);
   table_lock.unlock();
-  start_invocation(std::move(hold), record->cb, {text, text, text, 0}, JSObject());
+  start_call(std::move(hold), record->cb, {text, text, text, 0}, JSObject());
 }
 
 std::atomic<int> channel_in_callback{99};
@@ -199,17 +199,25 @@ TEST(Reader, ThatCannotBeHadAfterALossIsTriedAgain) {
   EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
-TEST(Returned, WaitsForAThreadThatCannotBeHad) {
-  const ChildResult result = run_in_child({}, [] {
+TEST(Returned, IsLostWithoutAThreadWhereItWouldHaveToWait) {
+  const std::string large(9000, 'x');  // more than is sent back without a thread
+  const ChildResult result = run_in_child({{"NFY_LOGMASK", "24"}}, [&] {  // error and warning
     Script& script = immortal<Script>();
     script.receive_as("t", 1);
     fail_threads(1);
-    const std::string large(8000, 'x');  // more than is sent back without a thread
     script.send(notification("u", large));
-    EXPECT_TRUE(script.server().silent(200));
     script.send(notification("u", "n"));
-    EXPECT_EQ(script.next("notify"), notification("u", large));
     EXPECT_EQ(script.next("notify"), notification("u", "n"));
+    lose(script.server());
   });
   EXPECT_EQ(result.status, 0) << result.out << result.err;
+  EXPECT_EQ(client_log(result.err),
+            (Lines{"NFYCL:error|reader_thread(): pthread_create() failed with error=11",
+                   "NFYCL:error|reader_thread(): write_msg() on ipc=PTR failed (ERROR), msg=" +
+                       notification("u", large),
+                   "NFYCL:warning|reader_thread(): returned notification '" + large +
+                       "' back to server, since no matching client",
+                   "NFYCL:warning|reader_thread(): returned notification 'n' back to server, since "
+                   "no matching client",
+                   "NFYCL:error|reader_thread(): read_msg() on ipc=PTR failed (EOF), terminate."}));
 }

@@ -7,8 +7,6 @@
 #include <deque>
 #include <string>
 
-#include <zedipc/tcp.h>
-
 #include "notifyclient/client_state.h"
 
 namespace zedipc {
@@ -21,31 +19,32 @@ struct Returned {
 };
 
 // Those of one connection.
-class Returns {
+class ReturnQueue {
  public:
-  explicit Returns(TCP& channel) : channel_(channel) {}
+  explicit ReturnQueue(Connection& connection) : connection_(connection) {}
 
   // For the reader alone. Sends the message back, which had this destination: here, where
   // nothing has to be waited for, else on another thread, in the order of the calls.
   void give_back(const std::string& to, Returned message);
 
-  // For the reader at the connection's end, whose socket is shut down.
-  void await_end() REQUIRES(table_lock);
+  // For the reader at the connection's end: forgets what is left, and waits for that thread,
+  // whose writes fail.
+  void end() REQUIRES(table_lock);
 
-  // Sends what the connection in use has kept for a departure, which is over now.
+  // Sends what the connection in use has kept while it was being made, or for an
+  // unregistration that is over now.
   static void resume();
 
  private:
-  static void* send_all(void* returns);
-  bool claim() REQUIRES(table_lock);
-  void start();
+  static void* send_all(void* queue);
+  bool take_turn() REQUIRES(table_lock);
+  void start_sending();
   bool push(Returned& message) REQUIRES(table_lock);
   bool send_at_once(const Returned& message);
-  void send(const Returned& message);
 
-  TCP& channel_;
+  Connection& connection_;
   std::deque<Returned> queue_ GUARDED_BY(table_lock);
-  std::size_t size_ GUARDED_BY(table_lock) = 0;  // bytes of text in it
+  std::size_t size_ GUARDED_BY(table_lock) = 0;  // bytes of memory in it
   bool sending_ GUARDED_BY(table_lock) = false;  // a thread does
 };
 
