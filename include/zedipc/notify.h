@@ -25,7 +25,8 @@
 ///
 /// From a callback every function here may be called. A callback that unregisters
 /// or re-registers itself does not wait for its own end, but for its other calls.
-/// Two callbacks must not unregister each other: each would wait for the other.
+/// Two callbacks must not each unregister the other, or change its priority: they
+/// would wait for each other.
 ///
 /// Errors: results are `kNotifyDone`, which is 0, or a negative `NotifyResult` as
 /// told at each function. No function throws of its own accord.

@@ -510,6 +510,39 @@ TEST(InACallback, UnregisteringAllDoesNotWaitForOthersThatDoSo) {
   EXPECT_TRUE(eventually([&] { return left == 2; }));
 }
 
+// Calls that register themselves until it works, while the server is gone in between.
+TEST(InACallback, UpdatingItselfAgainAndAgainWaitsForNoOtherThatDoesSo) {
+  Script script;
+  Worker& worker = immortal<Worker>();
+  std::atomic<int> begun{0};
+  std::atomic<int> ended{0};
+  std::atomic<bool> go{false};
+  worker.work = [&] {
+    const int number = ++begun;
+    EXPECT_TRUE(eventually([&] { return go.load(); }));
+    while (ipcRegisterNotificationCB("n", Worker::notified, &worker, number + 1, "t") != 0) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return ++ended;
+  };
+  ASSERT_EQ(ipcRegisterNotificationCB("n", Worker::notified, &worker, 1, "t"), 0);
+  script.next("register");
+  script.send(notification("t", "n"));
+  ASSERT_TRUE(eventually([&] { return begun == 1; }));
+  Task sending([] { return ipcNotify("x", "much", JSObject(std::string(8U << 20, 'x')), 0, "f"); });
+  ASSERT_TRUE(sending.blocked());
+  go = true;  // the first one's new record is in the table, and its message waits
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  script.send(notification("t", "n"));
+  ASSERT_TRUE(eventually([&] { return begun == 2; }));
+  script.server().reset();
+  EXPECT_EQ(sending.result(), -1);
+  EXPECT_TRUE(eventually([&] {
+    static_cast<void>(script.server().receive_message(10));
+    return ended == 2;
+  }));
+}
+
 // The thread of a call may have code of the application's to run when the call has ended.
 TEST(Unregistering, WorksAtTheEndOfACallsThread) {
   struct AtEnd {

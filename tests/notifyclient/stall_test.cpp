@@ -6,6 +6,10 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <zedipc/tcp.h>
+
+#include <thread>
+
 #include "delivery_script.h"
 #include "support/server_process.h"
 
@@ -127,4 +131,61 @@ TEST(SelfFlood, GoesOnWhileAnotherThreadRegisters) {
     }
   }
   EXPECT_TRUE(eventually([&] { return received == kFlood; }));
+}
+
+// A frame that the client refuses leaves the server in a write, in which it reads from nobody.
+// What becomes too long by the server's own member is such a frame.
+TEST(RefusedFrames, LeaveTheServerAbleToGoOn) {
+  const ServerProcess server;
+  ASSERT_EQ(ipcRegisterNotificationCB("x", do_nothing, nullptr, 1, "self"), 0);
+  constexpr std::size_t kLimit = 524288;
+  const JSObject large(std::string(400000, 'x'));
+  const std::size_t around = notification("self", "x").size() - 2;  // "" for null
+  const JSObject too_large(std::string(kLimit - around, 'y'));
+  std::atomic<int> refused{0};
+  std::atomic<bool> stop{false};
+  std::deque<Task> senders;
+  for (int i = 0; i < 3; ++i) {
+    senders.emplace_back([&] {
+      while (!stop) ipcNotify("self", "x", large, 0, "f");
+      return 0;
+    });
+  }
+  senders.emplace_back([&] {
+    while (!stop) {
+      if (ipcNotify("self", "x", too_large, 0, "f") == 0) ++refused;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return 0;
+  });
+  EXPECT_TRUE(eventually([&] { return refused >= 40; }, 30000));
+  stop = true;
+  for (Task& sender : senders) EXPECT_EQ(sender.result(), 0);
+}
+
+// Whoever loses a connection frees its channel, which has nothing to do with the callback.
+TEST(LostConnections, LeaveNoThreadsBehindAChannelCallback) {
+  static std::atomic<bool> stop{false};
+  const RawListener listener;
+  Task server([&] {
+    while (!stop) listener.accept(100).close();
+    return 0;
+  });
+  const RawListener other("127.0.0.1", 0);
+  TCP channel;
+  ASSERT_TRUE(channel.connect("127.0.0.1", other.port(), -1));
+  const int threads = thread_count();
+  ASSERT_TRUE(channel.set_callback(
+      [](void*, IPC*) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+        while (std::chrono::steady_clock::now() < end) say("x");
+        stop = true;
+      },
+      nullptr));
+  const RawPeer peer = other.accept();
+  peer.send("x");
+  int most = 0;
+  while (!stop) most = std::max(most, thread_count());
+  EXPECT_LT(most, threads + 20);
+  server.result();
 }
