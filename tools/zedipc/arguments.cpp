@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The command's options and their checks, by CLI11, and the request that comes of them.
 #include "zedipc/arguments.h"
 
 #include <algorithm>

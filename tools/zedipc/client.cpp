@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Where the server is, what a failed call means in words, and waiting for the server.
 #include "zedipc/client.h"
 
 #include <fcntl.h>

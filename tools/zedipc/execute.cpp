@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The notification as an environment, and the shell or program that gets it.
 #include "zedipc/execute.h"
 
 #include <fcntl.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The queue between the library's threads and the command's own, and its wake-up.
 #include "zedipc/inbox.h"
 
 #include <poll.h>

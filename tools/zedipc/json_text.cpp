@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Where a text stops being JSON: the library's reader does not say.
 #include "zedipc/json_text.h"
 
 #include <algorithm>

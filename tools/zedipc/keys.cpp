@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// The terminal without line editing, as long as keys are wanted.
 #include "zedipc/keys.h"
 
 #include <poll.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Blocks of standard input, cut into lines.
 #include "zedipc/lines.h"
 
 #include <unistd.h>

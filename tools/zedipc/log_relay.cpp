@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// A thread that passes the log on, and drops what nobody reads.
 #include "zedipc/log_relay.h"
 
 #include <fcntl.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Colours where the terminal has them, and writes that may fail.
 #include "zedipc/output.h"
 
 #include <unistd.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// What is wrong with a rule, and which rules are covered by others.
 #include "zedipc/rule_check.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// One datagram to the socket that NOTIFY_SOCKET names.
 #include "zedipc/service_manager.h"
 
 #include <sys/socket.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Minimum, median, 99th percentile and maximum.
 #include "zedipc/statistics.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Bytes, characters and what terminals do with them.
 #include "zedipc/text.h"
 
 #include <algorithm>

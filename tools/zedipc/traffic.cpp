@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// Counting by sender, destination and name, and a table of the counts.
 #include "zedipc/traffic.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+// One notification as a line: for people, or as JSON for programs.
 #include "zedipc/view.h"
 
 #include <cstdio>
