@@ -122,7 +122,7 @@ TYPED_TEST(PayloadMemory, HoldsThePayloadInTheEnd) {
 }
 
 TYPED_TEST(PayloadMemory, HasItsFullLengthForAPayloadThatIsCutShort) {
-  for (const std::size_t come : {0, 10, 65535, 65536, 100000}) {
+  for (const std::size_t come : {0U, 10U, 65535U, 65536U, 100000U}) {
     Adopted adopted;
     TypeParam payload(70000, 'o');
     adopted.peer.send(frame(kId, 7, large_payload()).substr(0, 12 + come));

@@ -168,7 +168,7 @@ TEST(FrameSearch, TakesAllGarbageUntilItsTimeout) {
 }
 
 TEST(FrameSearch, EndsWithTheStream) {
-  for (const std::size_t length : {12, 13, 24, 25, 4000, 10000}) {
+  for (const std::size_t length : {12U, 13U, 24U, 25U, 4000U, 10000U}) {
     Adopted adopted;
     adopted.peer.send(std::string(length, 'g'));
     adopted.peer.close();
