@@ -8,12 +8,12 @@ namespace zedipc {
 
 namespace {
 
-NeverDestroyed<ClientState> state;
+NeverDestroyed<ClientState> the_client;
 
 }  // namespace
 
 Mutex table_lock;
-ClientState& client = *state;
+ClientState& client = *the_client;
 
 std::string current_app_id() {
   const MutexLock lock(table_lock);

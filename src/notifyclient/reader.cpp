@@ -98,12 +98,12 @@ void handle_notification(Connection& connection, Message& message) {
                                  {message.text(), in.notification, kLogWarning, "matching client"});
     return;
   }
+  const auto call = [&in](auto& receiver, JSObject value) {
+    invoke("notification", std::move(receiver.first), *receiver.second, in, std::move(value));
+  };
   // The last one gets the parameter itself, and only those before it a copy.
-  for (std::size_t i = 0; i < receivers.size(); ++i) {
-    const bool last = i + 1 == receivers.size();
-    invoke("notification", std::move(receivers[i].first), *receivers[i].second, in,
-           last ? std::move(parameter) : JSObject(parameter));
-  }
+  for (std::size_t i = 0; i + 1 < receivers.size(); ++i) call(receivers[i], parameter);
+  if (!receivers.empty()) call(receivers.back(), std::move(parameter));
 }
 
 void handle_unicast_error(Connection& connection, Message& message) {

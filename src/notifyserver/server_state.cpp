@@ -10,11 +10,11 @@ namespace zedipc {
 
 namespace {
 
-NeverDestroyed<ServerState> state;
+NeverDestroyed<ServerState> the_server;
 
 }  // namespace
 
-ServerState& server = *state;
+ServerState& server = *the_server;
 
 std::int32_t add_session(IPC* ipc) {
   for (;;) {

@@ -134,8 +134,10 @@ TEST(SetCallback, IsNotHeldUpByAChannelThatAlwaysHasInput) {
   for (int i = 0; i < 50; ++i) {
     const std::uint64_t before = passes();
     ASSERT_TRUE(callback.set_on(adopted.channel));
-    // The one that runs, one that takes the turn before this call asks for it, and its own.
-    EXPECT_LE(passes() - before, 4U);
+    // The one that runs, one that takes the turn before this call asks for it, its own, and
+    // those for which a busy machine leaves this thread waiting: not the thousands of one that
+    // has to be faster than the dispatcher.
+    EXPECT_LT(passes() - before, 500U);
   }
 }
 
