@@ -46,6 +46,8 @@ make_debian() {
   # Nothing of this system is mounted in there outside of a namespace that ends by itself.
   trap 'rm -rf --one-file-system "$root"' EXIT
   cp -a --reflink=auto "$base/." "$root"
+  # Which Debian's installer writes, and debootstrap does not.
+  printf '127.0.0.1\tlocalhost\n::1\tlocalhost\n' >"$root/etc/hosts"
 }
 
 # proxies COMMAND...: runs it with the proxies that apt knows.
